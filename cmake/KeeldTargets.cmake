@@ -56,3 +56,13 @@ function(keeld_unit_test name)
     gtest_discover_tests(unit_${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60)
   endif()
 endfunction()
+
+# keeld_pytest(NAME [SANDBOX]): the pytest files of the current folder as one test.
+function(keeld_pytest name)
+  cmake_parse_arguments(arg "SANDBOX" "" "" ${ARGN})
+  if(arg_SANDBOX)
+    set(launcher "${CMAKE_SOURCE_DIR}/tests/sandbox/run")
+  endif()
+  add_test(NAME ${name} COMMAND ${launcher} /usr/bin/python3 -m pytest -q -p no:cacheprovider
+           "${CMAKE_CURRENT_SOURCE_DIR}")
+endfunction()

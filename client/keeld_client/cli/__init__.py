@@ -1,0 +1,1 @@
+"""keelctl, the command line client."""
