@@ -38,31 +38,66 @@ function(keeld_library name)
       list(REMOVE_ITEM sources "${source}")
     endif()
   endforeach()
+  if(NOT sources AND NOT arg_EXTRA_SOURCES) # a folder of headers alone
+    file(CONFIGURE OUTPUT "${CMAKE_CURRENT_BINARY_DIR}/${name}_headers.cpp" CONTENT "// Headers only.\n")
+    set(sources "${CMAKE_CURRENT_BINARY_DIR}/${name}_headers.cpp")
+  endif()
   add_library(${name} STATIC ${sources} ${arg_EXTRA_SOURCES})
   target_link_libraries(${name} PUBLIC keeld_options ${arg_LINK})
 endfunction()
 
-# keeld_unit_test(NAME [SANDBOX] [LINK target...]): executable unit_NAME of all .cpp files of the current folder.
+# The command words in front of every test: sanitizers of this compiler cannot live with the widest address randomisation.
+set(KEELD_TEST_LAUNCHER)
+if(KEELD_SANITIZE)
+  set(KEELD_TEST_LAUNCHER /usr/bin/setarch -R)
+endif()
+set(KEELD_TEST_ENVIRONMENT "KEELD_STAGE=${CMAKE_BINARY_DIR}/stage" "KEELD_BUILD=${CMAKE_BINARY_DIR}"
+    "KEELD_SANITIZE=${KEELD_SANITIZE}" PYTHONDONTWRITEBYTECODE=1
+    ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1
+    TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1)
+
+# keeld_add_test(NAME [SANDBOX] [TIMEOUT seconds] COMMAND words...): a ctest entry with the environment all tests share.
 # SANDBOX: runs inside tests/sandbox/run, where the fixed paths, the services database and syslog are its own.
+function(keeld_add_test name)
+  cmake_parse_arguments(arg "SANDBOX" "TIMEOUT" "COMMAND" ${ARGN})
+  set(launcher ${KEELD_TEST_LAUNCHER})
+  if(arg_SANDBOX)
+    list(APPEND launcher "${CMAKE_SOURCE_DIR}/tests/sandbox/run")
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 300)
+  endif()
+  add_test(NAME ${name} COMMAND ${launcher} ${arg_COMMAND})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${KEELD_TEST_ENVIRONMENT}")
+endfunction()
+
+# keeld_unit_test(NAME [SANDBOX] [TIMEOUT seconds] [LINK target...]): executable unit_NAME of all .cpp files of the
+# current folder, and one ctest entry unit.NAME that runs all its cases (GTEST_FILTER picks some).
 function(keeld_unit_test name)
-  cmake_parse_arguments(arg "SANDBOX" "" "LINK" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX" "TIMEOUT" "LINK" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   add_executable(unit_${name} ${sources})
   target_link_libraries(unit_${name} PRIVATE keeld_options ${arg_LINK} GTest::gmock GTest::gtest_main)
-  include(GoogleTest)
+  set(options TIMEOUT ${arg_TIMEOUT})
   if(arg_SANDBOX)
-    add_test(NAME ${name} COMMAND "${CMAKE_SOURCE_DIR}/tests/sandbox/run" $<TARGET_FILE:unit_${name}>)
-  else()
-    gtest_discover_tests(unit_${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60)
+    list(APPEND options SANDBOX)
   endif()
+  keeld_add_test(unit.${name} ${options}
+                 COMMAND $<TARGET_FILE:unit_${name}> "--gtest_output=xml:${CMAKE_BINARY_DIR}/reports/unit.${name}.xml")
 endfunction()
 
-# keeld_pytest(NAME [SANDBOX]): the pytest files of the current folder as one test.
+# keeld_pytest(NAME [SANDBOX] [TIMEOUT seconds] [FILES file...]): one ctest entry py.NAME that runs the given test
+# files, all test_*.py of the current folder by default.
 function(keeld_pytest name)
-  cmake_parse_arguments(arg "SANDBOX" "" "" ${ARGN})
-  if(arg_SANDBOX)
-    set(launcher "${CMAKE_SOURCE_DIR}/tests/sandbox/run")
+  cmake_parse_arguments(arg "SANDBOX" "TIMEOUT" "FILES" ${ARGN})
+  if(NOT arg_FILES)
+    file(GLOB arg_FILES CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/test_*.py")
   endif()
-  add_test(NAME ${name} COMMAND ${launcher} /usr/bin/python3 -m pytest -q -p no:cacheprovider
-           "${CMAKE_CURRENT_SOURCE_DIR}")
+  set(options TIMEOUT ${arg_TIMEOUT})
+  if(arg_SANDBOX)
+    list(APPEND options SANDBOX)
+  endif()
+  keeld_add_test(py.${name} ${options}
+                 COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider --rootdir "${CMAKE_SOURCE_DIR}"
+                 "--junitxml=${CMAKE_BINARY_DIR}/reports/py.${name}.xml" ${arg_FILES})
 endfunction()
