@@ -5,6 +5,7 @@
 #include <list>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 #include <utility>
 
@@ -31,6 +32,10 @@ class BaseMessage {
 };
 
 using MessageList = std::list<BaseMessage>;
+
+/// The text of a template ("{1}", "{}", "{{") with its arguments. A template that asks for more arguments than there
+/// are sets `ec` and gives the text up to that place.
+std::string FormatMessage(std::string_view messageTemplate, std::list<std::string> const& args, std::error_code& ec);
 
 /// Formats `messageTemplate` ("{1}", "{}", "{{") with `args` and keeps the arguments. A template that asks for
 /// more arguments than there are gives the text up to that place.

@@ -41,6 +41,8 @@ class ExecutionContext {
 /// Base of per-call observers that filters attach.
 class CallObserver {
  public:
+  /// The operation was found and is about to run.
+  virtual void OnInvoke() {}
   virtual ~CallObserver() = default;
 };
 

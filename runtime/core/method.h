@@ -5,6 +5,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "runtime/core/progress.h"
 #include "runtime/data/value.h"
@@ -54,7 +56,8 @@ class MethodResult {
 };
 
 /// Takes the results of one call, from any thread. A non-empty continuation says that more results may follow; the
-/// receiver calls it when ready for the next one, with a null callback to stop the producer.
+/// receiver calls it when ready for the next one, with a null callback to stop the producer. Copies share the function,
+/// so that a chain of filters passes callbacks on without copying what they hold.
 class AsyncApiResultCb {
  public:
   using Continuation = std::function<void(std::shared_ptr<AsyncApiResultCb>)>;
@@ -62,16 +65,44 @@ class AsyncApiResultCb {
       std::function<void(std::shared_ptr<MethodResult const> const&, Lumo::Progress const&, Continuation&&)>;
 
   AsyncApiResultCb() = default;
-  explicit AsyncApiResultCb(Function function) : function_(std::move(function)) {}
+  template <typename F, typename = std::enable_if_t<!std::is_same_v<std::decay_t<F>, AsyncApiResultCb>>>
+  explicit AsyncApiResultCb(F&& function) {
+    if constexpr (std::is_same_v<std::decay_t<F>, Function>) {
+      if (!function) {
+        return;
+      }
+    }
+    target_ = std::make_shared<Holder<std::decay_t<F>> const>(std::forward<F>(function));
+  }
 
+  /// Throws std::bad_function_call when empty.
   void operator()(std::shared_ptr<MethodResult const> const& result, Lumo::Progress const& progress,
                   Continuation&& next) const {
-    function_(result, progress, std::move(next));
+    if (!target_) {
+      throw std::bad_function_call();
+    }
+    target_->Call(result, progress, std::move(next));
   }
-  explicit operator bool() const { return static_cast<bool>(function_); }
+  explicit operator bool() const { return target_ != nullptr; }
 
  private:
-  Function function_;
+  struct Target {
+    virtual void Call(std::shared_ptr<MethodResult const> const& result, Lumo::Progress const& progress,
+                      Continuation&& next) const = 0;
+    virtual ~Target() = default;
+  };
+  template <typename F>
+  struct Holder final : Target {
+    template <typename G>
+    explicit Holder(G&& from) : function(std::forward<G>(from)) {}
+    void Call(std::shared_ptr<MethodResult const> const& result, Lumo::Progress const& progress,
+              Continuation&& next) const override {
+      function(result, progress, std::move(next));
+    }
+    mutable F function;
+  };
+
+  std::shared_ptr<Target const> target_;
 };
 
 /// A filter or the provider at the end of the chain. Held by std::shared_ptr.

@@ -106,8 +106,13 @@ ArgumentFormatter GetDefaultFormatter();
 }  // namespace LocalizerHelpers
 
 namespace LocaleHelpers {
+/// Normalises a tag: "de-at" and "de_AT" give "de_AT". Sets `ec` to code 3 and gives an empty one for no tag.
 LanguagePreference MakeLanguagePreference(boost::string_view tag, std::error_code& ec);
-}
+/// True for English of any region: default texts are English.
+bool IsDefaultLanguage(LanguagePreference const& language);
+/// The names under which catalogues may hold the language, most exact first: "de_AT", "de".
+std::vector<std::string> CatalogueNames(LanguagePreference const& language);
+}  // namespace LocaleHelpers
 
 namespace LocaleSpecHelpers {
 /// "en_US", "C", "Etc/UTC".

@@ -1,0 +1,57 @@
+#include "runtime/core/activation.h"
+
+#include "runtime/l10n/localizer.h"
+
+namespace Lumo::Core {
+
+std::shared_ptr<AsyncActivation> AsyncActivation::GetInstance(std::shared_ptr<ExecutionContext> context) {
+  struct Made final : AsyncActivation {
+    explicit Made(std::shared_ptr<ExecutionContext> from) : AsyncActivation(std::move(from)) {}
+  };
+  auto activation = std::make_shared<Made>(std::move(context));
+  if (activation->context_) {
+    auto const& application = activation->context_->applicationData();
+    if (auto const opId = application.find("opId"); opId != application.end()) {
+      activation->request_.insert(*opId);
+    }
+  }
+  return activation;
+}
+
+L10n::RequestLocalizer AsyncActivation::requestLocalizer() const {
+  static std::shared_ptr<L10n::Localizer const> const kDefault = L10n::LocalizerHelpers::GetDefaultLocalizer();
+  return {localizer_ ? localizer_ : kDefault,
+          localeSpec_ ? localeSpec_ : L10n::LocaleSpecHelpers::GetFixedLocaleSpec()};
+}
+
+namespace ActivationHelpers {
+
+std::string ExtractUsername(std::shared_ptr<AsyncActivation> const& activation) {
+  auto const* const data = Data::As<Data::CompoundValue>(activation->authData().get());
+  auto const* const name = data ? Data::As<Data::StringValue>(data->Find("username")) : nullptr;
+  return name ? std::string(name->value()) : std::string();
+}
+
+std::string GetActivationOpId(std::shared_ptr<AsyncActivation> const& activation) {
+  auto const& entries = activation->requestContext();
+  auto const opId = entries.find("opId");
+  return opId == entries.end() ? std::string() : opId->second;
+}
+
+void SetPeerTcpBindingInfo(std::shared_ptr<ExecutionContext> const& context,
+                           std::pair<std::string, unsigned> const& peer) {
+  auto& entries = context->applicationData();
+  entries["peerAddress"] = peer.first;
+  entries["peerPort"] = std::to_string(peer.second);
+}
+
+}  // namespace ActivationHelpers
+}  // namespace Lumo::Core
+
+namespace Lumo::RequestIdHelper {
+
+void Set(std::map<std::string, std::string>& requestContext, std::string const& requestId) {
+  requestContext["requestId"] = requestId;
+}
+
+}  // namespace Lumo::RequestIdHelper

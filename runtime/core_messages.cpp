@@ -1,0 +1,36 @@
+// Texts of the runtime's own messages.
+#include <algorithm>
+#include <iterator>
+
+#include "runtime/message.h"
+
+namespace Lumo {
+namespace {
+
+struct CoreMessage {
+  std::string id;
+  std::string text;
+};
+
+}  // namespace
+
+std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) {
+  // In order of the ids.
+  static CoreMessage const kMessages[] = {
+      {"lumo.data.bad.cast2", "A value of kind {1} cannot be read as {2}."},
+      {"lumo.data.field.missing", "The field '{1}' is missing."},
+      {"lumo.data.invalid.type", "The value is of a type that does not fit here."},
+      {"lumo.data.unset.field", "A value of the type {1} is not set."},
+      {"lumo.data.unset.non.optional.field", "A required value of the type {1} is not set."},
+      {"lumo.provider.interface.duplicate", "The service '{1}' is already registered."},
+      {"lumo.provider.operation.not.found", "The service '{1}' has no operation '{2}'."},
+      {"lumo.provider.service.not.found", "There is no service '{1}'."},
+  };
+  auto const* const found = std::lower_bound(std::begin(kMessages), std::end(kMessages), id,
+                                             [](CoreMessage const& message, std::string const& wanted) {
+                                               return message.id < wanted;
+                                             });
+  return found != std::end(kMessages) && found->id == id ? found->text : id;
+}
+
+}  // namespace Lumo

@@ -1,0 +1,11 @@
+#include "runtime/provider/notify.h"
+
+namespace Lumo::Provider::Detail {
+
+void NotifyOnInvoke(std::shared_ptr<Core::AsyncActivation> const& activation) {
+  if (auto const& observer = activation->callObserver()) {
+    observer->OnInvoke();
+  }
+}
+
+}  // namespace Lumo::Provider::Detail
