@@ -26,10 +26,9 @@ std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) 
       {"lumo.provider.operation.not.found", "The service '{1}' has no operation '{2}'."},
       {"lumo.provider.service.not.found", "There is no service '{1}'."},
   };
-  auto const* const found = std::lower_bound(std::begin(kMessages), std::end(kMessages), id,
-                                             [](CoreMessage const& message, std::string const& wanted) {
-                                               return message.id < wanted;
-                                             });
+  auto const* const found = std::lower_bound(
+      std::begin(kMessages), std::end(kMessages), id,
+      [](CoreMessage const& message, std::string const& wanted) { return message.id < wanted; });
   return found != std::end(kMessages) && found->id == id ? found->text : id;
 }
 

@@ -7,15 +7,16 @@
 
 namespace Lumo {
 
-std::string FormatMessage(std::string_view messageTemplate, std::list<std::string> const& args, std::error_code& ec) {
+std::string FormatMessage(std::string_view messageTemplate, std::list<std::string> const& args,
+                          std::error_code& ec) {
   std::vector<Detail::format_arg> formatArgs;
   formatArgs.reserve(args.size());
   for (std::string const& arg : args) {
     formatArgs.emplace_back(arg);
   }
   std::ostringstream text;
-  Detail::FormatTo(text, boost::string_view(messageTemplate.data(), messageTemplate.size()), formatArgs.data(),
-                   formatArgs.size(), ec);
+  Detail::FormatTo(text, boost::string_view(messageTemplate.data(), messageTemplate.size()),
+                   formatArgs.data(), formatArgs.size(), ec);
   return std::move(text).str();
 }
 

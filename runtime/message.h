@@ -33,17 +33,20 @@ class BaseMessage {
 
 using MessageList = std::list<BaseMessage>;
 
-/// The text of a template ("{1}", "{}", "{{") with its arguments. A template that asks for more arguments than there
-/// are sets `ec` and gives the text up to that place.
-std::string FormatMessage(std::string_view messageTemplate, std::list<std::string> const& args, std::error_code& ec);
+/// The text of a template ("{1}", "{}", "{{") with its arguments. A template that asks for more arguments
+/// than there are sets `ec` and gives the text up to that place.
+std::string FormatMessage(std::string_view messageTemplate, std::list<std::string> const& args,
+                          std::error_code& ec);
 
-/// Formats `messageTemplate` ("{1}", "{}", "{{") with `args` and keeps the arguments. A template that asks for
-/// more arguments than there are gives the text up to that place.
+/// Formats `messageTemplate` ("{1}", "{}", "{{") with `args` and keeps the arguments. A template that asks
+/// for more arguments than there are gives the text up to that place.
 BaseMessage MakeMessageFromList(std::string const& id, std::string const& messageTemplate,
                                 std::list<std::string> args);
 
 namespace Detail {
-inline std::string MessageArgument(std::string_view text) { return std::string(text); }
+inline std::string MessageArgument(std::string_view text) {
+  return std::string(text);
+}
 template <typename Number, typename = std::enable_if_t<std::is_integral_v<Number>>>
 std::string MessageArgument(Number number) {
   return std::to_string(number);

@@ -19,7 +19,8 @@ std::shared_ptr<AsyncActivation> AsyncActivation::GetInstance(std::shared_ptr<Ex
 }
 
 L10n::RequestLocalizer AsyncActivation::requestLocalizer() const {
-  static std::shared_ptr<L10n::Localizer const> const kDefault = L10n::LocalizerHelpers::GetDefaultLocalizer();
+  static std::shared_ptr<L10n::Localizer const> const kDefault =
+      L10n::LocalizerHelpers::GetDefaultLocalizer();
   return {localizer_ ? localizer_ : kDefault,
           localeSpec_ ? localeSpec_ : L10n::LocaleSpecHelpers::GetFixedLocaleSpec()};
 }

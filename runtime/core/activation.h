@@ -18,7 +18,8 @@ struct LocaleSpec;
 namespace Lumo::Core {
 
 /// Credentials of a call. `schemeId` is "com.orbane.lumo.std.security.user_pass" (entries "userName" and
-/// "password") or "com.orbane.lumo.std.security.bearer_token" (entry "token"). Empty scheme: none. Never logged.
+/// "password") or "com.orbane.lumo.std.security.bearer_token" (entry "token"). Empty scheme: none. Never
+/// logged.
 struct SecurityContext {
   std::string schemeId;
   std::map<std::string, std::string> entries;

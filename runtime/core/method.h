@@ -1,5 +1,5 @@
-// One call: its identifier, its result, the callback that takes results, and the interface of everything that can
-// be called.
+// One call: its identifier, its result, the callback that takes results, and the interface of everything that
+// can be called.
 #pragma once
 
 #include <functional>
@@ -33,7 +33,8 @@ class MethodIdentifier {
   std::string operation_;
 };
 
-/// The outcome of one call, or one of several. A success of a plain method has its output set and final false.
+/// The outcome of one call, or one of several. A success of a plain method has its output set and final
+/// false.
 class MethodResult {
  public:
   MethodResult(Data::DataValuePtr output, std::shared_ptr<Data::ErrorValue const> error, bool final)
@@ -41,7 +42,8 @@ class MethodResult {
   virtual ~MethodResult() = default;
 
   /// A result with null output, the error, and final true.
-  static std::shared_ptr<MethodResult const> GetErrorInstance(std::shared_ptr<Data::ErrorValue const> const& error);
+  static std::shared_ptr<MethodResult const> GetErrorInstance(
+      std::shared_ptr<Data::ErrorValue const> const& error);
   /// A result with that output, no error, and final false.
   static std::shared_ptr<MethodResult const> GetInstance(Data::DataValuePtr const& output);
 
@@ -55,9 +57,9 @@ class MethodResult {
   bool final_;
 };
 
-/// Takes the results of one call, from any thread. A non-empty continuation says that more results may follow; the
-/// receiver calls it when ready for the next one, with a null callback to stop the producer. Copies share the function,
-/// so that a chain of filters passes callbacks on without copying what they hold.
+/// Takes the results of one call, from any thread. A non-empty continuation says that more results may
+/// follow; the receiver calls it when ready for the next one, with a null callback to stop the producer.
+/// Copies share the function, so that a chain of filters passes callbacks on without copying what they hold.
 class AsyncApiResultCb {
  public:
   using Continuation = std::function<void(std::shared_ptr<AsyncApiResultCb>)>;
@@ -112,7 +114,8 @@ class AsyncApiProvider {
   virtual std::string ToString() const = 0;
   /// Starts one call; the outcome arrives through the callback.
   virtual void Invoke(std::shared_ptr<MethodIdentifier const> const& method, Data::DataValuePtr const& input,
-                      std::shared_ptr<AsyncActivation> const& activation, AsyncApiResultCb const& callback) = 0;
+                      std::shared_ptr<AsyncActivation> const& activation,
+                      AsyncApiResultCb const& callback) = 0;
   virtual ~AsyncApiProvider() = default;
 };
 

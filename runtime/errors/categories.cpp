@@ -9,7 +9,9 @@ FormatCategory const& FormatCategory::Instance() noexcept {
   return instance;
 }
 
-char const* FormatCategory::name() const noexcept { return "Lumo Format Error"; }
+char const* FormatCategory::name() const noexcept {
+  return "Lumo Format Error";
+}
 
 std::string FormatCategory::message(int code) const {
   static constexpr std::string_view kTexts[] = {
@@ -25,7 +27,9 @@ ToolsCategory const& ToolsCategory::Instance() noexcept {
   return instance;
 }
 
-char const* ToolsCategory::name() const noexcept { return "Lumo Tools Error"; }
+char const* ToolsCategory::name() const noexcept {
+  return "Lumo Tools Error";
+}
 
 std::string ToolsCategory::message(int code) const {
   static constexpr std::string_view kTexts[] = {
@@ -40,7 +44,9 @@ DateTimeCategory const& DateTimeCategory::Instance() noexcept {
   return instance;
 }
 
-char const* DateTimeCategory::name() const noexcept { return "Lumo DateTime Error"; }
+char const* DateTimeCategory::name() const noexcept {
+  return "Lumo DateTime Error";
+}
 
 std::string DateTimeCategory::message(int code) const {
   return Detail::MessageFromTable("Failed to create DateTime.", "format error", code);
@@ -50,7 +56,9 @@ std::error_code make_error_code(FormatErrc code) noexcept {
   return {static_cast<int>(code), FormatCategory::Instance()};
 }
 
-std::error_code make_error_code(ToolsErrc code) noexcept { return {static_cast<int>(code), ToolsCategory::Instance()}; }
+std::error_code make_error_code(ToolsErrc code) noexcept {
+  return {static_cast<int>(code), ToolsCategory::Instance()};
+}
 
 std::error_code make_error_code(DateTimeErrc code) noexcept {
   return {static_cast<int>(code), DateTimeCategory::Instance()};
@@ -63,7 +71,9 @@ L10nCategory const& L10nCategory::Instance() noexcept {
   return instance;
 }
 
-char const* L10nCategory::name() const noexcept { return "Lumo Localization Error"; }
+char const* L10nCategory::name() const noexcept {
+  return "Lumo Localization Error";
+}
 
 std::string L10nCategory::message(int code) const {
   static constexpr std::string_view kTexts[] = {
@@ -78,7 +88,9 @@ std::string L10nCategory::message(int code) const {
   return Lumo::Detail::MessageFromTable(kTexts, "localization error", code);
 }
 
-std::error_code make_error_code(L10nErrc code) noexcept { return {static_cast<int>(code), L10nCategory::Instance()}; }
+std::error_code make_error_code(L10nErrc code) noexcept {
+  return {static_cast<int>(code), L10nCategory::Instance()};
+}
 
 }  // namespace L10n
 
@@ -89,13 +101,17 @@ AsioCategory const& AsioCategory::Instance() noexcept {
   return instance;
 }
 
-char const* AsioCategory::name() const noexcept { return "Lumo Asio Error"; }
+char const* AsioCategory::name() const noexcept {
+  return "Lumo Asio Error";
+}
 
 std::string AsioCategory::message(int code) const {
   return Lumo::Detail::MessageFromTable("Buffer max len error", "asio error", code);
 }
 
-std::error_code make_error_code(AsioErrc code) noexcept { return {static_cast<int>(code), AsioCategory::Instance()}; }
+std::error_code make_error_code(AsioErrc code) noexcept {
+  return {static_cast<int>(code), AsioCategory::Instance()};
+}
 
 }  // namespace Asio
 
@@ -106,11 +122,13 @@ ProtocolCategory const& ProtocolCategory::Instance() noexcept {
   return instance;
 }
 
-char const* ProtocolCategory::name() const noexcept { return "Lumo Protocol Error"; }
+char const* ProtocolCategory::name() const noexcept {
+  return "Lumo Protocol Error";
+}
 
 std::string ProtocolCategory::message(int code) const {
-  return Lumo::Detail::MessageFromTable("Mismatching operation identifier in HTTP header and payload", "protocol error",
-                                        code);
+  return Lumo::Detail::MessageFromTable("Mismatching operation identifier in HTTP header and payload",
+                                        "protocol error", code);
 }
 
 std::error_code make_error_code(ProtocolErrc code) noexcept {

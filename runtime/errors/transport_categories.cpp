@@ -9,7 +9,9 @@ transport_category const& transport_category::Instance() noexcept {
   return instance;
 }
 
-char const* transport_category::name() const noexcept { return "Lumo Transport Http"; }
+char const* transport_category::name() const noexcept {
+  return "Lumo Transport Http";
+}
 
 std::string transport_category::message(int code) const {
   static constexpr std::string_view kTexts[] = {"frame parse error", "message too long", "end of body"};
@@ -29,7 +31,9 @@ transport_category const& transport_category::Instance() noexcept {
   return instance;
 }
 
-char const* transport_category::name() const noexcept { return "Lumo Transport PicoHttp"; }
+char const* transport_category::name() const noexcept {
+  return "Lumo Transport PicoHttp";
+}
 
 std::string transport_category::message(int code) const {
   static constexpr std::string_view kTexts[] = {

@@ -4,6 +4,11 @@
 #include <boost/system/error_code.hpp>
 #include <string>
 
+// The library's base class has no virtual destructor; categories are static objects and never destroyed
+// through it.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
 namespace Lumo::Transport::Http::Error {
 
 enum class Errc { FrameParse = 1, MessageTooLong = 2, EndOfBody = 3 };
@@ -45,6 +50,8 @@ class transport_category final : public boost::system::error_category {
 boost::system::error_code make_error_code(Errc code) noexcept;
 
 }  // namespace Lumo::Transport::PicoHttp::Error
+
+#pragma GCC diagnostic pop
 
 template <>
 struct boost::system::is_error_code_enum<Lumo::Transport::Http::Error::Errc> : std::true_type {};

@@ -13,9 +13,13 @@ using std::chrono::sys_time;
 
 // 0001-01-01T00:00:00.000Z and 9999-12-31T23:59:59.999Z
 constexpr std::int64_t kFirst =
-    sys_time<milliseconds>(sys_days(std::chrono::year(1) / std::chrono::January / 1)).time_since_epoch().count();
+    sys_time<milliseconds>(sys_days(std::chrono::year(1) / std::chrono::January / 1))
+        .time_since_epoch()
+        .count();
 constexpr std::int64_t kLast =
-    sys_time<milliseconds>(sys_days(std::chrono::year(10000) / std::chrono::January / 1)).time_since_epoch().count() -
+    sys_time<milliseconds>(sys_days(std::chrono::year(10000) / std::chrono::January / 1))
+        .time_since_epoch()
+        .count() -
     1;
 
 /// Takes `digits` decimal digits off the front of `text`; -1 when they are not there.
@@ -51,7 +55,8 @@ bool ParseDate(std::string_view& text, sys_days& out) {
   if (!ok || year < 1 || month < 0 || day < 0) {
     return false;
   }
-  std::chrono::year_month_day const date(std::chrono::year(year), std::chrono::month(static_cast<unsigned>(month)),
+  std::chrono::year_month_day const date(std::chrono::year(year),
+                                         std::chrono::month(static_cast<unsigned>(month)),
                                          std::chrono::day(static_cast<unsigned>(day)));
   if (!date.ok()) {
     return false;
@@ -67,10 +72,12 @@ bool ParseTime(std::string_view& text, milliseconds& out) {
   ok = TakeChar(text, ':') && ok;
   int const second = TakeNumber(text, 2);
   int const fraction = TakeChar(text, '.') ? TakeNumber(text, 3) : 0;
-  if (!ok || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 59 || fraction < 0) {
+  if (!ok || hour < 0 || hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 59 ||
+      fraction < 0) {
     return false;
   }
-  out = std::chrono::hours(hour) + std::chrono::minutes(minute) + std::chrono::seconds(second) + milliseconds(fraction);
+  out = std::chrono::hours(hour) + std::chrono::minutes(minute) + std::chrono::seconds(second) +
+        milliseconds(fraction);
   return true;
 }
 

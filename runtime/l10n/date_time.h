@@ -10,8 +10,8 @@ class DateTime {
  public:
   DateTime() = default;
 
-  /// `source` is milliseconds since 1970 (long) or a text "YYYY-MM-DDTHH:MM:SS.mmmZ" (std::string; the fraction may
-  /// be missing). False, leaving `out` alone, for anything else or years outside 0001 to 9999.
+  /// `source` is milliseconds since 1970 (long) or a text "YYYY-MM-DDTHH:MM:SS.mmmZ" (std::string; the
+  /// fraction may be missing). False, leaving `out` alone, for anything else or years outside 0001 to 9999.
   template <typename Source>
   static bool Create(Source const& source, DateTime& out);
 

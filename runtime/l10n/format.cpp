@@ -13,7 +13,9 @@ constexpr std::size_t kMaxIndexLength = 20;
 // More than four digits of width or precision is no text that a message could want.
 constexpr std::size_t kMaxNumberLength = 4;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 std::size_t SkipDigits(boost::string_view text, std::size_t at) {
   while (at < text.size() && IsDigit(text[at])) {
@@ -48,8 +50,8 @@ void FormatText(std::ostream& out, void const* value, boost::string_view spec) {
     out << text;
     return;
   }
-  // The specification becomes a printf conversion. Only what printf reads as flags, width and precision reaches it:
-  // a template must not be able to name other conversions.
+  // The specification becomes a printf conversion. Only what printf reads as flags, width and precision
+  // reaches it: a template must not be able to name other conversions.
   std::size_t const length = ConversionLength(spec);
   bool const plain = length == spec.size();
   if (length > kMaxIndexLength || (!plain && spec[length] != 's')) {

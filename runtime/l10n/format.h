@@ -25,9 +25,10 @@ class format_arg {
   Formatter formatter_;
 };
 
-/// Writes `format` with its specifiers replaced. A number N stands for argument N, counted from 1; 0 or no number for
-/// the argument at the running position, which moves by one with every specifier. A specifier behind the last
-/// argument sets `ec` to FormatErrc::TooManySpecifiers and ends the output there; otherwise `ec` is left alone.
+/// Writes `format` with its specifiers replaced. A number N stands for argument N, counted from 1; 0 or no
+/// number for the argument at the running position, which moves by one with every specifier. A specifier
+/// behind the last argument sets `ec` to FormatErrc::TooManySpecifiers and ends the output there; otherwise
+/// `ec` is left alone.
 void FormatTo(std::ostream& out, boost::string_view format, format_arg const* args, unsigned long count,
               std::error_code& ec);
 

@@ -15,10 +15,18 @@ constexpr std::size_t kMaxSubtagLength = 8;
 constexpr int kFullWeight = 1000;
 constexpr std::size_t kWeightDecimals = 3;
 
-bool IsAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
-char Upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c; }
+bool IsAlpha(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+char Upper(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
+}
 
 boost::string_view Trim(boost::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
@@ -95,7 +103,8 @@ bool ParseLanguageRange(boost::string_view element, LanguagePreference& language
   return !ec;
 }
 
-/// All acceptable languages, best first, those of one weight in their order; empty with `ec` set for a bad header.
+/// All acceptable languages, best first, those of one weight in their order; empty with `ec` set for a bad
+/// header.
 std::vector<LanguagePreference> ParseAcceptLanguage(boost::string_view header, std::error_code& ec) {
   std::vector<std::pair<int, LanguagePreference>> weighted;
   while (!header.empty()) {
@@ -113,7 +122,8 @@ std::vector<LanguagePreference> ParseAcceptLanguage(boost::string_view header, s
       weighted.emplace_back(weight, std::move(language));
     }
   }
-  std::stable_sort(weighted.begin(), weighted.end(), [](auto const& a, auto const& b) { return a.first > b.first; });
+  std::stable_sort(weighted.begin(), weighted.end(),
+                   [](auto const& a, auto const& b) { return a.first > b.first; });
   std::vector<LanguagePreference> languages;
   languages.reserve(weighted.size());
   for (auto& [weight, language] : weighted) {
@@ -147,10 +157,10 @@ LanguagePreference MakeLanguagePreference(boost::string_view tag, std::error_cod
     std::size_t const end = tag.find_first_of("-_");
     boost::string_view const subtag = tag.substr(0, end);
     bool const last = end == boost::string_view::npos;
-    bool const valid = !subtag.empty() && subtag.size() <= kMaxSubtagLength && (last || end + 1 < tag.size()) &&
-                       std::all_of(subtag.begin(), subtag.end(), [&normalised](char c) {
-                         return IsAlpha(c) || (!normalised.empty() && IsDigit(c));
-                       });
+    bool const valid =
+        !subtag.empty() && subtag.size() <= kMaxSubtagLength && (last || end + 1 < tag.size()) &&
+        std::all_of(subtag.begin(), subtag.end(),
+                    [&normalised](char c) { return IsAlpha(c) || (!normalised.empty() && IsDigit(c)); });
     if (!valid) {
       ec = L10nErrc::IncorrectHeader;
       return {};
@@ -167,9 +177,16 @@ bool IsDefaultLanguage(LanguagePreference const& language) {
 }
 
 std::vector<std::string> CatalogueNames(LanguagePreference const& language) {
-  // Chinese is catalogued by region: a bare tag or a script stands for its main region.
-  static constexpr std::array<std::pair<std::string_view, std::string_view>, 5> kChinese = {
-      {{"zh", "zh_CN"}, {"zh_Hans", "zh_CN"}, {"zh_SG", "zh_CN"}, {"zh_Hant", "zh_TW"}, {"zh_HK", "zh_TW"}}};
+  // Chinese is catalogued by region: a bare tag or a script stands for its main region, and no region for the
+  // other.
+  static constexpr std::array<std::pair<std::string_view, std::string_view>, 7> kChinese = {
+      {{"zh", "zh_CN"},
+       {"zh_CN", ""},
+       {"zh_Hans", "zh_CN"},
+       {"zh_SG", "zh_CN"},
+       {"zh_TW", ""},
+       {"zh_Hant", "zh_TW"},
+       {"zh_HK", "zh_TW"}}};
   std::vector<std::string> names;
   std::string tag = language.ToString();
   while (!tag.empty()) {
@@ -177,7 +194,9 @@ std::vector<std::string> CatalogueNames(LanguagePreference const& language) {
         std::find_if(kChinese.begin(), kChinese.end(), [&tag](auto const& row) { return row.first == tag; });
     names.push_back(tag);
     if (mapped != kChinese.end()) {
-      names.emplace_back(mapped->second);
+      if (!mapped->second.empty()) {
+        names.emplace_back(mapped->second);
+      }
       break;
     }
     std::size_t const cut = tag.rfind('_');

@@ -31,15 +31,16 @@ class LocalizationBundle {
   using Entry = std::pair<std::string const, std::string>;
   using Entries = std::unique_ptr<ForwardRange<Entry>>;
 
-  /// Reads one catalogue: UTF-8, one `id = text` a line, no sections; lines that begin with ";" or "#" are comments.
-  /// Quotes around a text stay. Any other line, a repeated id or a failing stream sets `ec` to code 6 and gives null.
+  /// Reads one catalogue: UTF-8, one `id = text` a line, no sections; lines that begin with ";" or "#" are
+  /// comments. Quotes around a text stay. Any other line, a repeated id or a failing stream sets `ec` to code
+  /// 6 and gives null.
   static Entries LoadIniFile(std::istream& in, std::error_code& ec);
 
   /// Adds texts to a locale. An id that the locale already has keeps its text.
   void AddLocale(boost::string_view locale, Entries entries);
 
-  /// The template of an id. Sets `ec` to code 1 for a locale that the bundle does not have, to code 5 for an id that
-  /// the locale does not have, and then gives an empty text.
+  /// The template of an id. Sets `ec` to code 1 for a locale that the bundle does not have, to code 5 for an
+  /// id that the locale does not have, and then gives an empty text.
   std::string operator()(std::string const& id, boost::string_view locale, std::error_code& ec) const;
 
  private:

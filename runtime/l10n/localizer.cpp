@@ -6,17 +6,19 @@
 
 namespace Lumo::L10n {
 
-Localizer::Localizer() : Localizer({"en_US"}, &LocalizerHelpers::GetDefaultMessageTemplateCb,
-                                   LocalizerHelpers::GetDefaultFormatter(), LocalizerSpec()) {}
+Localizer::Localizer()
+    : Localizer({"en_US"}, &LocalizerHelpers::GetDefaultMessageTemplateCb,
+                LocalizerHelpers::GetDefaultFormatter(), LocalizerSpec()) {}
 
-Localizer::Localizer(std::vector<std::string> locales, MessageTemplateFunction templates, ArgumentFormatter formatter,
-                     LocalizerSpec spec)
+Localizer::Localizer(std::vector<std::string> locales, MessageTemplateFunction templates,
+                     ArgumentFormatter formatter, LocalizerSpec spec)
     : locales_(std::move(locales)),
       templates_(std::move(templates)),
       formatter_(std::move(formatter)),
       spec_(spec) {}
 
-std::string Localizer::MessageTemplate(std::string const& id, boost::string_view locale, std::error_code& ec) const {
+std::string Localizer::MessageTemplate(std::string const& id, boost::string_view locale,
+                                       std::error_code& ec) const {
   return templates_(id, locale, ec);
 }
 
@@ -27,7 +29,8 @@ std::shared_ptr<Localizer> GetDefaultLocalizer() {
                                      GetDefaultFormatter(), LocalizerSpec());
 }
 
-std::string GetDefaultMessageTemplateCb(std::string const& id, boost::string_view /*locale*/, std::error_code& ec) {
+std::string GetDefaultMessageTemplateCb(std::string const& id, boost::string_view /*locale*/,
+                                        std::error_code& ec) {
   ec = L10nErrc::NoFormatString;
   return id;
 }
@@ -41,8 +44,9 @@ ArgumentFormatter GetDefaultFormatter() {
                       std::error_code& /*ec*/) {
     return std::to_string(value);  // "%f"
   };
-  formatter.dateTime = [](Lumo::DateTime const& value, DateTimeFormat /*format*/, TimezoneSpec const& /*zone*/,
-                          LanguagePreference const& /*locale*/, std::error_code& /*ec*/) { return value.ToString(); };
+  formatter.dateTime = [](Lumo::DateTime const& value, DateTimeFormat /*format*/,
+                          TimezoneSpec const& /*zone*/, LanguagePreference const& /*locale*/,
+                          std::error_code& /*ec*/) { return value.ToString(); };
   return formatter;
 }
 
@@ -51,8 +55,10 @@ ArgumentFormatter GetDefaultFormatter() {
 namespace LocalizableMessageHelpers {
 namespace {
 
-/// The template of `id` in the best acceptable language that the localizer has; false when it has none of them.
-bool FindTemplate(Localizer const& localizer, std::string const& id, LocaleSpec const& locale, std::string& text) {
+/// The template of `id` in the best acceptable language that the localizer has; false when it has none of
+/// them.
+bool FindTemplate(Localizer const& localizer, std::string const& id, LocaleSpec const& locale,
+                  std::string& text) {
   auto const tryLanguage = [&](LanguagePreference const& language) {
     for (std::string const& candidate : LocaleHelpers::CatalogueNames(language)) {
       std::error_code missing;

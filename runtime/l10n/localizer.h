@@ -39,8 +39,8 @@ class TimezoneSpec {
   std::string name_;
 };
 
-/// A caller's locale. `languages` holds all acceptable languages of accept-language, best first; `language` is the
-/// first of them.
+/// A caller's locale. `languages` holds all acceptable languages of accept-language, best first; `language`
+/// is the first of them.
 struct LocaleSpec {
   std::error_code languageError;
   std::error_code formatError;
@@ -55,8 +55,8 @@ enum class DateTimeFormat { Default, Short, Medium, Long };
 struct ArgumentFormatter {
   std::function<std::string(long long, LanguagePreference const&, std::error_code&)> integer;
   std::function<std::string(double, long long precision, LanguagePreference const&, std::error_code&)> real;
-  std::function<std::string(Lumo::DateTime const&, DateTimeFormat, TimezoneSpec const&, LanguagePreference const&,
-                            std::error_code&)>
+  std::function<std::string(Lumo::DateTime const&, DateTimeFormat, TimezoneSpec const&,
+                            LanguagePreference const&, std::error_code&)>
       dateTime;
 };
 
@@ -101,7 +101,8 @@ class RequestLocalizer {
 namespace LocalizerHelpers {
 std::shared_ptr<Localizer> GetDefaultLocalizer();
 /// Sets code 4 of the localisation category and gives the id back.
-std::string GetDefaultMessageTemplateCb(std::string const& id, boost::string_view locale, std::error_code& ec);
+std::string GetDefaultMessageTemplateCb(std::string const& id, boost::string_view locale,
+                                        std::error_code& ec);
 ArgumentFormatter GetDefaultFormatter();
 }  // namespace LocalizerHelpers
 
@@ -117,8 +118,8 @@ std::vector<std::string> CatalogueNames(LanguagePreference const& language);
 namespace LocaleSpecHelpers {
 /// "en_US", "C", "Etc/UTC".
 std::shared_ptr<LocaleSpec const> GetFixedLocaleSpec();
-/// From the entries accept-language (with q-values), lumo-ctx-format-locale and lumo-ctx-timezone; a bad value sets
-/// `ec` to code 3 and leaves the fixed locale's part in its place.
+/// From the entries accept-language (with q-values), lumo-ctx-format-locale and lumo-ctx-timezone; a bad
+/// value sets `ec` to code 3 and leaves the fixed locale's part in its place.
 std::shared_ptr<LocaleSpec const> ExtractLocaleSpec(std::shared_ptr<Core::ExecutionContext> const& context,
                                                     std::error_code& ec);
 }  // namespace LocaleSpecHelpers
@@ -143,8 +144,8 @@ class PositionalMessageBuilder {
 };
 
 namespace L10n::LocalizableMessageHelpers {
-/// The template of the best acceptable language that the localizer knows, else the default template, formatted with
-/// the arguments.
+/// The template of the best acceptable language that the localizer knows, else the default template,
+/// formatted with the arguments.
 std::string formatMessage(Localizer const& localizer, PositionalMessageBuilder const& message,
                           LocaleSpec const& locale, std::error_code& ec);
 }  // namespace L10n::LocalizableMessageHelpers

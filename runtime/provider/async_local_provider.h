@@ -18,14 +18,15 @@ template <typename Mutex>
 class AsyncLocalProvider final : public Core::AsyncApiProvider,
                                  public std::enable_shared_from_this<AsyncLocalProvider<Mutex>> {
  public:
-  AsyncLocalProvider(PostFunction post, std::shared_ptr<AsyncApiInterfaceConcurrentContainer<Mutex>> interfaces)
+  AsyncLocalProvider(PostFunction post,
+                     std::shared_ptr<AsyncApiInterfaceConcurrentContainer<Mutex>> interfaces)
       : post_(std::move(post)), interfaces_(std::move(interfaces)) {}
 
   std::string ToString() const override { return "AsyncLocalProvider"; }
 
-  /// Posts the call. An unknown service or operation is answered with operation_not_found, whose messages say which.
-  /// Throws std::bad_weak_ptr when no shared pointer holds the provider, std::bad_function_call without a post
-  /// function.
+  /// Posts the call. An unknown service or operation is answered with operation_not_found, whose messages say
+  /// which. Throws std::bad_weak_ptr when no shared pointer holds the provider, std::bad_function_call
+  /// without a post function.
   void Invoke(std::shared_ptr<Core::MethodIdentifier const> const& method, Data::DataValuePtr const& input,
               std::shared_ptr<Core::AsyncActivation> const& activation,
               Core::AsyncApiResultCb const& callback) override;

@@ -28,7 +28,8 @@ class ResultSink {
 };
 
 /// Adapts a native result under the call's locale and delivers it; a failed adaptation becomes an
-/// InternalServerError with the adapter's messages. Defined in runtime/data/adapt.h, which generated code includes.
+/// InternalServerError with the adapter's messages. Defined in runtime/data/adapt.h, which generated code
+/// includes.
 template <typename T>
 void DeliverNative(ResultSink& sink, T const& value);
 }  // namespace Provider
@@ -47,8 +48,8 @@ class AsyncResult {
   std::shared_ptr<Provider::ResultSink> sink_;
 };
 
-/// The answer of a task method: the task's id at once. `T` is the type of the task's own result, which the task
-/// record holds in the end.
+/// The answer of a task method: the task's id at once. `T` is the type of the task's own result, which the
+/// task record holds in the end.
 template <typename T>
 class AsyncTaskResult {
  public:

@@ -5,7 +5,8 @@
 namespace Lumo::Provider {
 
 template <typename Mutex>
-std::shared_ptr<AsyncApiInterfaceConcurrentContainer<Mutex>> AsyncApiInterfaceConcurrentContainer<Mutex>::GetInstance(
+std::shared_ptr<AsyncApiInterfaceConcurrentContainer<Mutex>>
+AsyncApiInterfaceConcurrentContainer<Mutex>::GetInstance(
     std::list<std::shared_ptr<AsyncApiInterface const>> const& interfaces) {
   auto container = std::make_shared<AsyncApiInterfaceConcurrentContainer>();
   for (auto const& api : interfaces) {

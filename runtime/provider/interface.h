@@ -22,8 +22,8 @@ struct DummyMutex {
 
 namespace Provider {
 
-/// What introspection tells of a method; see generator/ for how it is filled. Types are definition texts such as
-/// "string" or "list<com.orbane.halo.task.info>".
+/// What introspection tells of a method; see generator/ for how it is filled. Types are definition texts such
+/// as "string" or "list<com.orbane.halo.task.info>".
 struct MethodDefinition {
   struct Field {
     std::string name;
@@ -41,7 +41,8 @@ class AsyncApiMethod {
   virtual std::shared_ptr<Core::MethodIdentifier const> const& identifier() const = 0;
   virtual MethodDefinition const& definition() const = 0;
   /// Runs the operation; the outcome arrives through the callback. Never throws: see the generated binder.
-  virtual void Invoke(Data::DataValuePtr const& input, std::shared_ptr<Core::AsyncActivation> const& activation,
+  virtual void Invoke(Data::DataValuePtr const& input,
+                      std::shared_ptr<Core::AsyncActivation> const& activation,
                       Core::AsyncApiResultCb const& callback) const = 0;
   virtual ~AsyncApiMethod() = default;
 };
@@ -67,8 +68,8 @@ class AsyncApiInterfaceConcurrentContainer {
 
   virtual ~AsyncApiInterfaceConcurrentContainer() = default;
   virtual void Add(std::shared_ptr<AsyncApiInterface const> const& api, MessageList& errors);
-  virtual bool Find(std::shared_ptr<std::string const> const& service, std::shared_ptr<AsyncApiInterface const>& api,
-                    MessageList& errors) const;
+  virtual bool Find(std::shared_ptr<std::string const> const& service,
+                    std::shared_ptr<AsyncApiInterface const>& api, MessageList& errors) const;
   std::vector<std::string> ServiceNames() const;
 
  private:
