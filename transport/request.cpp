@@ -80,7 +80,7 @@ boost::asio::const_buffer Request::BehindHead() const {
   return boost::asio::const_buffer(head.data() + headLength, bytesRead - headLength);
 }
 
-boost::optional<error_code> TakeHeadBytes(Request& request, std::size_t count) {
+std::optional<error_code> TakeHeadBytes(Request& request, std::size_t count) {
   std::size_t const seen = request.bytesRead;
   request.bytesRead = std::min(seen + count, request.head.size());
   int const length =
@@ -92,7 +92,7 @@ boost::optional<error_code> TakeHeadBytes(Request& request, std::size_t count) {
     if (request.bytesRead == request.head.size()) {
       return error_code(Error::Errc::HeadersTooLong);
     }
-    return boost::none;
+    return std::nullopt;
   }
   request.headLength = static_cast<std::size_t>(length);
   return ClassifyHead(request);

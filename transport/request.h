@@ -3,12 +3,14 @@
 
 #include <array>
 #include <boost/asio/buffer.hpp>
-#include <boost/optional.hpp>
+
 #include <boost/system/error_code.hpp>
 #include <boost/utility/string_view.hpp>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "transport/header.h"
 #include "transport/phr_request.h"
@@ -53,7 +55,7 @@ struct Request {
 
 /// Takes `count` bytes that were read into FreeHead(). No value: more bytes are needed. Otherwise the head is
 /// complete and classified (no error), or refused (the error; `invalid` is not set here).
-boost::optional<boost::system::error_code> TakeHeadBytes(Request& request, std::size_t count);
+std::optional<boost::system::error_code> TakeHeadBytes(Request& request, std::size_t count);
 
 /// Decides from the parsed and sorted headers, and gives methods their defaults. Called by TakeHeadBytes.
 boost::system::error_code ClassifyHead(Request& request);

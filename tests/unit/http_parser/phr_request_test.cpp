@@ -26,7 +26,8 @@ TEST(PhrParse, TakesTheHeadApart) {
   std::string const head =
       "POST /api?x=1 HTTP/1.1\r\nHost: localhost\r\nX-Empty:\r\nX-Tab:\t a \t b \t\r\n\r\n";
   PhrRequest request;
-  ASSERT_EQ(Parse(head + "behind", request), static_cast<int>(head.size()));
+  std::string const input = head + "behind";
+  ASSERT_EQ(Parse(input, request), static_cast<int>(head.size()));
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.path, "/api?x=1");
   EXPECT_EQ(request.minorVersion, 1);

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,8 @@ using boost::system::error_code;
 using ServerDetail::Request;
 
 /// Hands `bytes` to the request in pieces of at most `step`; the first decision.
-boost::optional<error_code> Give(Request& request, std::string const& bytes,
-                                 std::size_t step = kHeadBufferSize) {
+std::optional<error_code> Give(Request& request, std::string const& bytes,
+                               std::size_t step = kHeadBufferSize) {
   for (std::size_t at = 0; at < bytes.size();) {
     boost::asio::mutable_buffer const room = request.FreeHead();
     std::size_t const count = std::min({step, bytes.size() - at, room.size()});
@@ -29,7 +30,7 @@ boost::optional<error_code> Give(Request& request, std::string const& bytes,
       return decision;
     }
   }
-  return boost::none;
+  return std::nullopt;
 }
 
 std::string Post(std::string const& headers) {
