@@ -86,10 +86,14 @@ function(keeld_unit_test name)
                  COMMAND $<TARGET_FILE:unit_${name}> "--gtest_output=xml:${CMAKE_BINARY_DIR}/reports/unit.${name}.xml")
 endfunction()
 
-# keeld_pytest(NAME [SANDBOX] [TIMEOUT seconds] [FILES file...]): one ctest entry py.NAME that runs the given test
-# files, all test_*.py of the current folder by default.
+# keeld_pytest(NAME [SANDBOX] [NATIVE] [TIMEOUT seconds] [FILES file...]): one ctest entry py.NAME that runs the given
+# test files, all test_*.py of the current folder by default. NATIVE: they run C++ programs of the build, so that they
+# are of use in sanitizer builds too.
 function(keeld_pytest name)
-  cmake_parse_arguments(arg "SANDBOX" "TIMEOUT" "FILES" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX;NATIVE" "TIMEOUT" "FILES" ${ARGN})
+  if(KEELD_SANITIZE AND NOT arg_NATIVE)
+    return()
+  endif()
   if(NOT arg_FILES)
     file(GLOB arg_FILES CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/test_*.py")
   endif()
