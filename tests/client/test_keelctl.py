@@ -140,7 +140,7 @@ def test_cancel(daemon: FakeDaemon, info: dict[str, Any], code: int, called: boo
 
 def test_list_and_show(daemon: FakeDaemon, capsys: pytest.CaptureFixture[str]) -> None:
     daemon.answers = {TASKS + "list": {"b": ended(), "a": {"status": "PENDING"}},
-                      "com.orbane.ryn.hosts.software.components.list": [{"component": "net", "version": "1\x07"}],
+                      "com.orbane.ryn.hosts.software.components.list": [{"name": "net", "version": "1\x07"}],
                       "com.orbane.ryn.hosts.software.ryn.get": {"version": "1.0.0", "name": "sample"}}
     assert run(daemon, "tasks", "list") == 0
     assert run(daemon, "components", "list") == 0
@@ -149,6 +149,20 @@ def test_list_and_show(daemon: FakeDaemon, capsys: pytest.CaptureFixture[str]) -
     assert "PENDING" in out and "SUCCEEDED" in out
     assert "net   1?" in out
     assert "version:        1.0.0" in out
+
+
+def test_scan_shows_what_differs(daemon: FakeDaemon, capsys: pytest.CaptureFixture[str]) -> None:
+    result = {"status": "NON_COMPLIANT", "impact": "REBOOT", "staged": False,
+              "base_image": {"status": "NON_COMPLIANT", "current": "1.0.0", "desired": "1.1.0"},
+              "components": {"net": {"status": "NON_COMPLIANT", "desired": "2.0"}}, "solutions": {}}
+    daemon.answers = {SOFTWARE + "scan": ID, TASKS + "get": ended(result=result)}
+    assert run(daemon, "software", "scan", "--depot", "file:///a", "--base", "1.1.0") == 0
+    lines = capsys.readouterr().out.splitlines()
+    assert lines[0] == "status: NON_COMPLIANT, impact: REBOOT, staged: no"
+    assert [line.split() for line in lines[1:]] == [
+        ["WHAT", "NAME", "NOW", "WANTED", "STATUS"],
+        ["base", "image", "1.0.0", "1.1.0", "NON_COMPLIANT"],
+        ["component", "net", "-", "2.0", "NON_COMPLIANT"]]
 
 
 def test_progress_on_a_terminal() -> None:

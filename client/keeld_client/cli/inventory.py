@@ -28,7 +28,7 @@ def run_list(client: Client, arguments: argparse.Namespace) -> int:
         print_json(components)
     else:
         print_table(("NAME", "VERSION", "DISPLAY NAME"),
-                    [(str(c.get("component") or c.get("name", "")), str(c.get("version", "")),
+                    [(str(c.get("name", "")), str(c.get("version", "")),
                       str(c.get("display_name") or "")) for c in components])
     return 0
 

@@ -131,7 +131,9 @@ def show_result(command: str, task: Task) -> None:
 
 def show_compliance(result: dict[str, Any]) -> None:
     """What a scan found."""
-    print(f"status: {clean(str(result.get('status', 'unknown')))}")
+    print(f"status: {clean(str(result.get('status', 'unknown')))}"
+          f", impact: {clean(str(result.get('impact', 'unknown')))}"
+          f", staged: {'yes' if result.get('staged') else 'no'}")
     rows = [row for kind in ("base_image", "components", "solutions") for row in _differences(kind, result.get(kind))]
     if rows:
         print_table(("WHAT", "NAME", "NOW", "WANTED", "STATUS"), rows)
@@ -142,12 +144,7 @@ def _differences(kind: str, part: Any) -> list[tuple[str, str, str, str, str]]:
     rows = []
     for name, entry in entries:
         if isinstance(entry, dict):
-            rows.append((kind.rstrip("s").replace("_", " "), name, _version(entry.get("current")),
-                         _version(entry.get("target")), str(entry.get("status", ""))))
+            rows.append((kind.rstrip("s").replace("_", " "), name, str(entry.get("current") or "-"),
+                         str(entry.get("desired") or "-"), str(entry.get("status", ""))))
     return rows
 
-
-def _version(value: Any) -> str:
-    if isinstance(value, dict):
-        value = value.get("version")
-    return str(value) if value else "-"
