@@ -1,4 +1,5 @@
-// Conversion between native records and values, and the delivery of native results. Generated code includes this.
+// Conversion between native records and values, and the delivery of native results. Generated code includes
+// this.
 #pragma once
 
 #include <memory>
@@ -16,8 +17,8 @@ namespace Lumo::Data {
 template <typename T>
 DataValuePtr ToValue(T const& native, MessageList& errors, L10n::RequestLocalizer const& localizer) {
   DataValuePtr value;
-  if (!NativeToValueAdapter::Adapt(NativeConstPtr(&native), NativeToValueAdapter::MethodOf<T>(), &value, errors,
-                                   localizer)) {
+  if (!NativeToValueAdapter::Adapt(NativeConstPtr(&native), NativeToValueAdapter::MethodOf<T>(), &value,
+                                   errors, localizer)) {
     return nullptr;
   }
   return value;
@@ -31,11 +32,13 @@ DataValuePtr ToValue(T const& native, MessageList& errors) {
                                         L10n::LocaleSpecHelpers::GetFixedLocaleSpec()));
 }
 
-/// Fills `native` from a value. False, with the reason in `errors` and `native` half filled, when it doesn't fit.
+/// Fills `native` from a value. False, with the reason in `errors` and `native` half filled, when it doesn't
+/// fit.
 template <typename T>
 bool FromValue(DataValuePtr const& value, T& native, MessageList& errors,
                ValueToNativeAdapter::UnknownFields unknown = ValueToNativeAdapter::UnknownFields::Ignore) {
-  return ValueToNativeAdapter::Adapt(value, ValueToNativeAdapter::MethodOf<T>(), NativePtr(&native), errors, unknown);
+  return ValueToNativeAdapter::Adapt(value, ValueToNativeAdapter::MethodOf<T>(), NativePtr(&native), errors,
+                                     unknown);
 }
 
 }  // namespace Lumo::Data

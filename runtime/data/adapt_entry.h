@@ -1,5 +1,5 @@
-// The work lists of the two adapters: adaptation is a list of small pieces of work, never recursion, so that deep
-// records cost heap and not stack.
+// The work lists of the two adapters: adaptation is a list of small pieces of work, never recursion, so that
+// deep records cost heap and not stack.
 #pragma once
 
 #include <cstdint>
@@ -47,8 +47,8 @@ class Deque {
 
 namespace V2N_internal {
 
-/// Work of ValueToNativeAdapter: beside each entry stands the place of its source in the whole value, so that a
-/// message can name the field. Texts of places are views into the source value or of static life.
+/// Work of ValueToNativeAdapter: beside each entry stands the place of its source in the whole value, so that
+/// a message can name the field. Texts of places are views into the source value or of static life.
 template <typename Entry>
 class StackMapCnt {
  public:
@@ -63,7 +63,9 @@ class StackMapCnt {
   /// Work on the same place.
   void push_front(Entry entry) { entries_.emplace_front(std::move(entry), current_); }
   /// Work on a field or map entry of the current place.
-  void PushField(Entry entry, std::string_view name) { PushAt(std::move(entry), Place{current_, kField, name}); }
+  void PushField(Entry entry, std::string_view name) {
+    PushAt(std::move(entry), Place{current_, kField, name});
+  }
   /// Work on an element of the current place.
   void PushElement(Entry entry, std::size_t index) { PushAt(std::move(entry), Place{current_, index, {}}); }
 
@@ -74,7 +76,8 @@ class StackMapCnt {
     return entry;
   }
 
-  /// The current place, as "spec.solutions.tools.components[2]"; "$" at the top. `name` and `index` go one further.
+  /// The current place, as "spec.solutions.tools.components[2]"; "$" at the top. `name` and `index` go one
+  /// further.
   std::string Path() const { return Render(current_); }
   std::string Path(std::string_view name) const {
     std::string const path = Render(current_);

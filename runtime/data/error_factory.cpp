@@ -18,8 +18,8 @@ L10n::RequestLocalizer FixedLocalizer() {
 std::shared_ptr<ListValue const> ErrorFactory::CastMessages(MessageList const& messages) {
   DataValuePtr list;
   MessageList dropped;
-  NativeToValueAdapter::Adapt(NativeConstPtr(&messages), NativeToValueAdapter::MethodOf<MessageList>(), &list, dropped,
-                              FixedLocalizer());
+  NativeToValueAdapter::Adapt(NativeConstPtr(&messages), NativeToValueAdapter::MethodOf<MessageList>(), &list,
+                              dropped, FixedLocalizer());
   return As<ListValue>(list);
 }
 

@@ -16,10 +16,12 @@ class RequestLocalizer;
 
 namespace Lumo::Data {
 
-/// Builds errors. They keep ids, default texts and arguments of their messages; localisation happens at the edge.
+/// Builds errors. They keep ids, default texts and arguments of their messages; localisation happens at the
+/// edge.
 class ErrorFactory {
  public:
-  /// An error of the generated record `E`, as it is by default, with these messages. An empty list makes a bare error.
+  /// An error of the generated record `E`, as it is by default, with these messages. An empty list makes a
+  /// bare error.
   template <typename E>
   static std::shared_ptr<ErrorValue> GetError(MessageList const& messages) {
     E const record;
@@ -38,9 +40,10 @@ class ErrorFactory {
 class NativeError {
  public:
   template <typename E>
-    requires std::is_base_of_v<Specializable, E>
+  requires std::is_base_of_v<Specializable, E>
   explicit NativeError(std::shared_ptr<E const> record)
-      : pointer_(RecordPointer(*record)), method_(NativeToValueAdapter::AdaptMethod<E>::Get(record.get())),
+      : pointer_(RecordPointer(*record)),
+        method_(NativeToValueAdapter::AdaptMethod<E>::Get(record.get())),
         owner_(std::move(record)) {}
   NativeConstPtr const& pointer() const noexcept { return pointer_; }
   NativeToValueMethod method() const noexcept { return method_; }
@@ -53,15 +56,16 @@ class NativeError {
 
 class NativeErrorHelper {
  public:
-  /// The error value itself where there is one, else the native error as a value, else a bare InternalServerError; the
-  /// latter also for a native error that can't be adapted, with the adapter's messages.
+  /// The error value itself where there is one, else the native error as a value, else a bare
+  /// InternalServerError; the latter also for a native error that can't be adapted, with the adapter's
+  /// messages.
   static std::shared_ptr<ErrorValue const> GetError(std::shared_ptr<ErrorValue const> const& value,
                                                     boost::optional<NativeError> const& native,
                                                     L10n::RequestLocalizer const& localizer);
 };
 
-/// A standard error of the runtime itself, for code below the generated bindings. `name` is the record's name in
-/// snake case, as "internal_server_error"; the value equals that of GetError for the record of that name.
+/// A standard error of the runtime itself, for code below the generated bindings. `name` is the record's name
+/// in snake case, as "internal_server_error"; the value equals that of GetError for the record of that name.
 std::shared_ptr<ErrorValue> MakeStandardError(std::string_view name, MessageList const& messages);
 
 }  // namespace Lumo::Data

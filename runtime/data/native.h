@@ -33,8 +33,8 @@ class OptionalPtr {
   OptionalPtr() = default;
   OptionalPtr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): reads as unset
   template <typename U>
-    requires std::is_convertible_v<U*, T*>
-  OptionalPtr(std::shared_ptr<U> record) : record_(std::move(record)) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<U*, T*> OptionalPtr(std::shared_ptr<U> record)
+      : record_(std::move(record)) {}  // NOLINT(google-explicit-constructor)
 
   explicit operator bool() const noexcept { return record_ != nullptr; }
   T* operator->() const noexcept { return record_.get(); }
@@ -61,7 +61,8 @@ struct EnumDescriptor {
   int unknown;
 };
 
-/// Base of native enumerations: a number, and for a value that the definition doesn't know, the text as it came.
+/// Base of native enumerations: a number, and for a value that the definition doesn't know, the text as it
+/// came.
 class Enum {
  public:
   int number() const noexcept { return number_; }
@@ -79,7 +80,8 @@ class Enum {
   friend auto operator<=>(Enum const&, Enum const&) = default;
 
  protected:
-  explicit Enum(int number, std::string unknownText = {}) : number_(number), unknownText_(std::move(unknownText)) {}
+  explicit Enum(int number, std::string unknownText = {})
+      : number_(number), unknownText_(std::move(unknownText)) {}
   ~Enum() = default;
   Enum(Enum const&) = default;
   Enum(Enum&&) = default;
@@ -98,8 +100,8 @@ class DynamicStructure {
  public:
   DynamicStructure() = default;
   template <typename V>
-    requires std::is_convertible_v<std::shared_ptr<V>, DataValuePtr>
-  DynamicStructure(std::shared_ptr<V> value) : value_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+  requires std::is_convertible_v<std::shared_ptr<V>, DataValuePtr> DynamicStructure(std::shared_ptr<V> value)
+      : value_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
 
   explicit operator bool() const noexcept { return value_ != nullptr; }
   DataValuePtr const& value() const noexcept { return value_; }
@@ -108,8 +110,8 @@ class DynamicStructure {
   DataValuePtr value_;
 };
 
-/// What the adapters know of a type. Generated for each record, enumeration and service interface: `name()` is the
-/// full identifier; records also have `table()` and `defaultInstance(source)`.
+/// What the adapters know of a type. Generated for each record, enumeration and service interface: `name()`
+/// is the full identifier; records also have `table()` and `defaultInstance(source)`.
 template <typename T>
 struct TypeInfo;
 
@@ -135,7 +137,8 @@ struct Specializable : BaseNative {
 class NativeConstPtr {
  public:
   NativeConstPtr() = default;
-  explicit NativeConstPtr(void const* object, RecordTable const* table = nullptr) : object_(object), table_(table) {}
+  explicit NativeConstPtr(void const* object, RecordTable const* table = nullptr)
+      : object_(object), table_(table) {}
   template <typename T>
   T const& as() const {
     return *static_cast<T const*>(object_);

@@ -33,20 +33,23 @@ void NativeToValueAdapter::UnsetSharedPtr(std::string const& recordName, Stack& 
 }
 
 template <>
-void NativeToValueAdapter::PrimitiveMethod<bool>(NativeConstPtr const& source, DataValuePtr* const& destination,
-                                                 Stack& /*work*/, MessageList& /*errors*/) {
+void NativeToValueAdapter::PrimitiveMethod<bool>(NativeConstPtr const& source,
+                                                 DataValuePtr* const& destination, Stack& /*work*/,
+                                                 MessageList& /*errors*/) {
   *destination = BooleanValue::GetInstance(source.as<bool>());
 }
 
 template <>
-void NativeToValueAdapter::PrimitiveMethod<long long>(NativeConstPtr const& source, DataValuePtr* const& destination,
-                                                      Stack& /*work*/, MessageList& /*errors*/) {
+void NativeToValueAdapter::PrimitiveMethod<long long>(NativeConstPtr const& source,
+                                                      DataValuePtr* const& destination, Stack& /*work*/,
+                                                      MessageList& /*errors*/) {
   *destination = IntegerValue::GetInstance(source.as<long long>());
 }
 
 template <>
-void NativeToValueAdapter::PrimitiveMethod<double>(NativeConstPtr const& source, DataValuePtr* const& destination,
-                                                   Stack& /*work*/, MessageList& /*errors*/) {
+void NativeToValueAdapter::PrimitiveMethod<double>(NativeConstPtr const& source,
+                                                   DataValuePtr* const& destination, Stack& /*work*/,
+                                                   MessageList& /*errors*/) {
   *destination = DoubleValue::GetInstance(source.as<double>());
 }
 
@@ -58,14 +61,16 @@ void NativeToValueAdapter::PrimitiveMethod<std::string>(NativeConstPtr const& so
 }
 
 template <>
-void NativeToValueAdapter::PrimitiveMethod<Secret>(NativeConstPtr const& source, DataValuePtr* const& destination,
-                                                   Stack& /*work*/, MessageList& /*errors*/) {
+void NativeToValueAdapter::PrimitiveMethod<Secret>(NativeConstPtr const& source,
+                                                   DataValuePtr* const& destination, Stack& /*work*/,
+                                                   MessageList& /*errors*/) {
   *destination = SecretValue::GetInstance(source.as<Secret>().text());
 }
 
 template <>
-void NativeToValueAdapter::PrimitiveMethod<DateTime>(NativeConstPtr const& source, DataValuePtr* const& destination,
-                                                     Stack& /*work*/, MessageList& /*errors*/) {
+void NativeToValueAdapter::PrimitiveMethod<DateTime>(NativeConstPtr const& source,
+                                                     DataValuePtr* const& destination, Stack& /*work*/,
+                                                     MessageList& /*errors*/) {
   *destination = StringValue::GetInstance(source.as<DateTime>().ToString());
 }
 
@@ -86,8 +91,8 @@ void NativeToValueAdapter::VoidMethod(NativeConstPtr const& /*source*/, DataValu
   *destination = VoidValue::GetInstance();
 }
 
-void NativeToValueAdapter::EnumText(Enum const& source, EnumDescriptor const& descriptor, DataValuePtr* destination,
-                                    Stack& work, MessageList& errors) {
+void NativeToValueAdapter::EnumText(Enum const& source, EnumDescriptor const& descriptor,
+                                    DataValuePtr* destination, Stack& work, MessageList& errors) {
   std::string const text = source.TextOf(descriptor);
   if (text.empty()) {
     Fault(work, errors, CoreMessage("lumo.data.unset.field", std::string(descriptor.name)));
@@ -113,8 +118,8 @@ void NativeToValueAdapter::MessageMethod(NativeConstPtr const& source, DataValue
   *destination = structure;
 }
 
-void NativeToValueAdapter::FieldsMethod(NativeConstPtr const& source, DataValuePtr* const& destination, Stack& work,
-                                        MessageList& /*errors*/) {
+void NativeToValueAdapter::FieldsMethod(NativeConstPtr const& source, DataValuePtr* const& destination,
+                                        Stack& work, MessageList& /*errors*/) {
   RecordTable const& table = *source.table();
   std::shared_ptr<CompoundValue> compound;
   if (table.isError) {

@@ -31,10 +31,10 @@ class NativeToValueAdapter {
   using Stack = NativeToValueStack;
   using Method = NativeToValueMethod;
 
-  /// False when there was a fault: `errors` holds it, and `destination` what was built so far, for the caller to drop.
-  /// Messages keep their ids and arguments, unlocalised: they are rendered at the edge, not here.
-  static bool Adapt(NativeConstPtr const& source, Method method, DataValuePtr* destination, MessageList& errors,
-                    L10n::RequestLocalizer const& localizer);
+  /// False when there was a fault: `errors` holds it, and `destination` what was built so far, for the caller
+  /// to drop. Messages keep their ids and arguments, unlocalised: they are rendered at the edge, not here.
+  static bool Adapt(NativeConstPtr const& source, Method method, DataValuePtr* destination,
+                    MessageList& errors, L10n::RequestLocalizer const& localizer);
 
   /// The work function of any type that a field, a result or an element may have.
   template <typename T>
@@ -85,8 +85,8 @@ class NativeToValueAdapter {
   static void Fault(Stack& work, MessageList& errors, BaseMessage message);
 
  private:
-  static void EnumText(Enum const& source, EnumDescriptor const& descriptor, DataValuePtr* destination, Stack& work,
-                       MessageList& errors);
+  static void EnumText(Enum const& source, EnumDescriptor const& descriptor, DataValuePtr* destination,
+                       Stack& work, MessageList& errors);
   static void UnsetSharedPtr(std::string const& recordName, Stack& work, MessageList& errors);
 };
 
@@ -195,8 +195,8 @@ void NativeToValueAdapter::ListBeginMethod(NativeConstPtr const& source, DataVal
 }
 
 template <typename M>
-void NativeToValueAdapter::MapBeginMethod(NativeConstPtr const& source, DataValuePtr* const& destination, Stack& work,
-                                          MessageList& /*errors*/) {
+void NativeToValueAdapter::MapBeginMethod(NativeConstPtr const& source, DataValuePtr* const& destination,
+                                          Stack& work, MessageList& /*errors*/) {
   auto const& map = source.as<M>();
   auto const list = ListValue::GetInstance(ListValue::Form::Map);
   *destination = list;
@@ -234,14 +234,14 @@ void NativeToValueAdapter::OptionalBeginMethod(NativeConstPtr const& source, Dat
 }
 
 template <typename E>
-void NativeToValueAdapter::EnumMethod(NativeConstPtr const& source, DataValuePtr* const& destination, Stack& work,
-                                      MessageList& errors) {
+void NativeToValueAdapter::EnumMethod(NativeConstPtr const& source, DataValuePtr* const& destination,
+                                      Stack& work, MessageList& errors) {
   EnumText(source.as<E>(), E::descriptor(), destination, work, errors);
 }
 
 template <typename T>
-void NativeToValueAdapter::RecordMethod(NativeConstPtr const& source, DataValuePtr* const& destination, Stack& work,
-                                        MessageList& /*errors*/) {
+void NativeToValueAdapter::RecordMethod(NativeConstPtr const& source, DataValuePtr* const& destination,
+                                        Stack& work, MessageList& /*errors*/) {
   T const& record = source.as<T>();
   work.push_front({RecordPointer(record), nullptr, AdaptMethod<T>::Get(&record), destination});
 }

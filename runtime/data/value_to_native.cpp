@@ -92,18 +92,21 @@ void ValueToNativeAdapter::WrongType(DataValue const* source, std::string_view e
   Fault(work, errors, Message<CoreTag>::Make("lumo.data.bad.cast", work.Path(), KindName(source), expected));
 }
 
-void ValueToNativeAdapter::WrongElement(DataValue const* element, std::size_t index, std::string const& expected,
-                                        Stack& work, MessageList& errors) {
-  Fault(work, errors, Message<CoreTag>::Make("lumo.data.bad.cast", work.Path(index), KindName(element), expected));
+void ValueToNativeAdapter::WrongElement(DataValue const* element, std::size_t index,
+                                        std::string const& expected, Stack& work, MessageList& errors) {
+  Fault(work, errors,
+        Message<CoreTag>::Make("lumo.data.bad.cast", work.Path(index), KindName(element), expected));
 }
 
 void ValueToNativeAdapter::NotAList(Stack& work, MessageList& errors) {
   Fault(work, errors, Message<CoreTag>::Make("lumo.data.invalid.type"));
 }
 
-void ValueToNativeAdapter::NoSetOfTexts(Kind kind, std::string const& elementName, Stack& work, MessageList& errors) {
+void ValueToNativeAdapter::NoSetOfTexts(Kind kind, std::string const& elementName, Stack& work,
+                                        MessageList& errors) {
   Fault(work, errors,
-        Message<CoreTag>::Make("lumo.data.bad.cast2", static_cast<int>(kind), "SharedPtr<" + elementName + ">"));
+        Message<CoreTag>::Make("lumo.data.bad.cast2", static_cast<int>(kind),
+                               "SharedPtr<" + elementName + ">"));
 }
 
 bool ValueToNativeAdapter::IsMap(DataValue const* source, Stack& work, MessageList& errors) {
@@ -133,8 +136,8 @@ void ValueToNativeAdapter::DuplicateKey(std::string_view key, Stack& work, Messa
 }
 
 template <>
-void ValueToNativeAdapter::PrimitiveMethod<bool>(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                                 MessageList& errors) {
+void ValueToNativeAdapter::PrimitiveMethod<bool>(DataValuePtr const& source, NativePtr const& destination,
+                                                 Stack& work, MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   if (auto const* boolean = As<BooleanValue>(value.get())) {
     destination.as<bool>() = boolean->value();
@@ -144,8 +147,9 @@ void ValueToNativeAdapter::PrimitiveMethod<bool>(DataValuePtr const& source, Nat
 }
 
 template <>
-void ValueToNativeAdapter::PrimitiveMethod<long long>(DataValuePtr const& source, NativePtr const& destination,
-                                                      Stack& work, MessageList& errors) {
+void ValueToNativeAdapter::PrimitiveMethod<long long>(DataValuePtr const& source,
+                                                      NativePtr const& destination, Stack& work,
+                                                      MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   if (auto const* integer = As<IntegerValue>(value.get())) {
     destination.as<long long>() = integer->value();
@@ -168,8 +172,9 @@ void ValueToNativeAdapter::PrimitiveMethod<double>(DataValuePtr const& source, N
 }
 
 template <>
-void ValueToNativeAdapter::PrimitiveMethod<std::string>(DataValuePtr const& source, NativePtr const& destination,
-                                                        Stack& work, MessageList& errors) {
+void ValueToNativeAdapter::PrimitiveMethod<std::string>(DataValuePtr const& source,
+                                                        NativePtr const& destination, Stack& work,
+                                                        MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   if (auto const* text = As<StringValue>(value.get())) {
     destination.as<std::string>() = text->value();
@@ -207,8 +212,9 @@ void ValueToNativeAdapter::PrimitiveMethod<DateTime>(DataValuePtr const& source,
 }
 
 template <>
-void ValueToNativeAdapter::NullMethod<DynamicStructure>(DataValuePtr const& source, NativePtr const& destination,
-                                                        Stack& work, MessageList& errors) {
+void ValueToNativeAdapter::NullMethod<DynamicStructure>(DataValuePtr const& source,
+                                                        NativePtr const& destination, Stack& work,
+                                                        MessageList& errors) {
   if (!source) {
     WrongType(nullptr, "dynamic", work, errors);
     return;
@@ -216,15 +222,15 @@ void ValueToNativeAdapter::NullMethod<DynamicStructure>(DataValuePtr const& sour
   destination.as<DynamicStructure>() = DynamicStructure(source);
 }
 
-void ValueToNativeAdapter::VoidMethod(DataValuePtr const& source, NativePtr const& /*destination*/, Stack& work,
-                                      MessageList& errors) {
+void ValueToNativeAdapter::VoidMethod(DataValuePtr const& source, NativePtr const& /*destination*/,
+                                      Stack& work, MessageList& errors) {
   if (DataValuePtr const value = Unwrap(source)) {
     WrongType(value.get(), "void", work, errors);
   }
 }
 
-void ValueToNativeAdapter::AssignEnum(DataValuePtr const& source, Enum& destination, EnumDescriptor const& descriptor,
-                                      Stack& work, MessageList& errors) {
+void ValueToNativeAdapter::AssignEnum(DataValuePtr const& source, Enum& destination,
+                                      EnumDescriptor const& descriptor, Stack& work, MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   if (auto const* text = As<StringValue>(value.get())) {
     destination.Assign(descriptor, text->value());
@@ -235,8 +241,8 @@ void ValueToNativeAdapter::AssignEnum(DataValuePtr const& source, Enum& destinat
   }
 }
 
-void ValueToNativeAdapter::MessageMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                         MessageList& errors) {
+void ValueToNativeAdapter::MessageMethod(DataValuePtr const& source, NativePtr const& destination,
+                                         Stack& work, MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   CompoundValue const* const structure = As<CompoundValue>(value.get());
   if (structure == nullptr || As<StringValue>(structure->Find("id")) == nullptr) {
@@ -250,7 +256,8 @@ void ValueToNativeAdapter::MessageMethod(DataValuePtr const& source, NativePtr c
       args.emplace_back(arg ? arg->value() : std::string_view());
     }
   }
-  destination.as<BaseMessage>() = BaseMessage(TextOf(*structure, "id"), TextOf(*structure, "default_message"), args);
+  destination.as<BaseMessage>() =
+      BaseMessage(TextOf(*structure, "id"), TextOf(*structure, "default_message"), args);
 }
 
 void ValueToNativeAdapter::FieldsMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,

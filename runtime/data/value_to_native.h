@@ -18,10 +18,10 @@ namespace Lumo::Data {
 
 /// Converts inputs of operations and outputs of tools to native records. Stateless; any thread.
 ///
-/// It is tolerant where the meaning is plain: a bare value, null or a missing field for an optional, a set optional
-/// for the plain type, a structure's fields or a map-form list for a map, any list for a set, an integer for a double
-/// (never the reverse), a structure for a list of one (an unnamed one for an empty list), an unknown text or number
-/// for an enumeration. Names of structures are not compared.
+/// It is tolerant where the meaning is plain: a bare value, null or a missing field for an optional, a set
+/// optional for the plain type, a structure's fields or a map-form list for a map, any list for a set, an
+/// integer for a double (never the reverse), a structure for a list of one (an unnamed one for an empty
+/// list), an unknown text or number for an enumeration. Names of structures are not compared.
 class ValueToNativeAdapter {
  public:
   using Stack = ValueToNativeStack;
@@ -32,10 +32,10 @@ class ValueToNativeAdapter {
     Refuse,  // the input of operations; "host" at the top is ignored all the same
   };
 
-  /// False when there was a fault: `errors` holds its message, behind a message that names the field where its own
-  /// arguments don't, and `destination` is half filled, for the caller to drop.
-  static bool Adapt(DataValuePtr const& source, Method method, NativePtr const& destination, MessageList& errors,
-                    UnknownFields unknown = UnknownFields::Ignore);
+  /// False when there was a fault: `errors` holds its message, behind a message that names the field where
+  /// its own arguments don't, and `destination` is half filled, for the caller to drop.
+  static bool Adapt(DataValuePtr const& source, Method method, NativePtr const& destination,
+                    MessageList& errors, UnknownFields unknown = UnknownFields::Ignore);
 
   /// The work function of any type that a field, an input or an element may have.
   template <typename T>
@@ -62,7 +62,8 @@ class ValueToNativeAdapter {
                                         MessageList& errors);
   /// `E` is std::string, long long or an enumeration.
   template <typename E, typename S>
-  static void SetMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work, MessageList& errors);
+  static void SetMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
+                        MessageList& errors);
   template <typename M>
   static void MapBeginMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
                              MessageList& errors);
@@ -71,15 +72,18 @@ class ValueToNativeAdapter {
   static void OptionalBeginMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
                                   MessageList& errors);
   template <typename T>
-  static void NullMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work, MessageList& errors);
+  static void NullMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
+                         MessageList& errors);
   template <typename E>
-  static void EnumMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work, MessageList& errors);
+  static void EnumMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
+                         MessageList& errors);
   template <typename T>
   static void RecordMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
                            MessageList& errors);
   static void FieldsMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
                            MessageList& errors);
-  static void VoidMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work, MessageList& errors);
+  static void VoidMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
+                         MessageList& errors);
   /// A structure LocalizableMessage, as a Lumo::BaseMessage.
   static void MessageMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
                             MessageList& errors);
@@ -92,18 +96,18 @@ class ValueToNativeAdapter {
   static DataValuePtr Unwrap(DataValuePtr const& source);
   /// Opens one optional, for a field whose value is then taken as it is.
   static DataValuePtr UnwrapOnce(DataValuePtr const& source);
-  static void AssignEnum(DataValuePtr const& source, Enum& destination, EnumDescriptor const& descriptor, Stack& work,
-                         MessageList& errors);
+  static void AssignEnum(DataValuePtr const& source, Enum& destination, EnumDescriptor const& descriptor,
+                         Stack& work, MessageList& errors);
   static void WrongType(DataValue const* source, std::string_view expected, Stack& work, MessageList& errors);
   static void NotAList(Stack& work, MessageList& errors);
   static void NoSetOfTexts(Kind kind, std::string const& elementName, Stack& work, MessageList& errors);
   /// False, after a fault, unless the source is a compound value or a list in the form of a map.
   static bool IsMap(DataValue const* source, Stack& work, MessageList& errors);
   /// Key and value of one entry of the list form; false after a fault.
-  static bool MapEntry(ListValue const& list, std::size_t index, std::string_view& key, DataValue const*& value,
-                       Stack& work, MessageList& errors);
-  static void WrongElement(DataValue const* element, std::size_t index, std::string const& expected, Stack& work,
-                           MessageList& errors);
+  static bool MapEntry(ListValue const& list, std::size_t index, std::string_view& key,
+                       DataValue const*& value, Stack& work, MessageList& errors);
+  static void WrongElement(DataValue const* element, std::size_t index, std::string const& expected,
+                           Stack& work, MessageList& errors);
   static void DuplicateKey(std::string_view key, Stack& work, MessageList& errors);
 };
 
@@ -172,8 +176,8 @@ constexpr ValueToNativeMethod ValueToNativeAdapter::MethodOf() {
 }
 
 template <typename T>
-void ValueToNativeAdapter::SharedPtrMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                           MessageList& errors) {
+void ValueToNativeAdapter::SharedPtrMethod(DataValuePtr const& source, NativePtr const& destination,
+                                           Stack& work, MessageList& errors) {
   using Record = std::remove_const_t<T>;
   DataValuePtr const value = Unwrap(source);
   if (!As<CompoundValue>(value.get())) {
@@ -199,7 +203,8 @@ void ValueToNativeAdapter::ListSetStringEnumHandling(DataValuePtr const& source,
     }
     auto element = elements.rbegin();
     for (std::size_t index = list.size(); index-- > 0; ++element) {
-      work.PushElement({DataValuePtr(source, list.Item(index)), nullptr, MethodOf<E>(), NativePtr(&*element)}, index);
+      work.PushElement({DataValuePtr(source, list.Item(index)), nullptr, MethodOf<E>(), NativePtr(&*element)},
+                       index);
     }
   } else {
     NoSetOfTexts(source->GetKind(), Detail::NativeTypeName<E>(), work, errors);
@@ -207,8 +212,8 @@ void ValueToNativeAdapter::ListSetStringEnumHandling(DataValuePtr const& source,
 }
 
 template <typename E, typename L>
-void ValueToNativeAdapter::ListBeginMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                           MessageList& errors) {
+void ValueToNativeAdapter::ListBeginMethod(DataValuePtr const& source, NativePtr const& destination,
+                                           Stack& work, MessageList& errors) {
   DataValuePtr const value = Unwrap(source);
   auto& elements = destination.as<L>();
   if (CompoundValue const* const compound = As<CompoundValue>(value.get())) {
@@ -235,7 +240,8 @@ void ValueToNativeAdapter::ListBeginMethod(DataValuePtr const& source, NativePtr
   }
   auto element = elements.rbegin();
   for (std::size_t index = list->size(); index-- > 0; ++element) {
-    work.PushElement({DataValuePtr(value, list->Item(index)), nullptr, MethodOf<E>(), NativePtr(&*element)}, index);
+    work.PushElement({DataValuePtr(value, list->Item(index)), nullptr, MethodOf<E>(), NativePtr(&*element)},
+                     index);
   }
 }
 
@@ -245,7 +251,8 @@ void ValueToNativeAdapter::SetMethod(DataValuePtr const& source, NativePtr const
   DataValuePtr const value = Unwrap(source);
   auto& elements = destination.as<S>();
   elements.clear();
-  if (CompoundValue const* const compound = As<CompoundValue>(value.get()); compound && compound->name().empty()) {
+  if (CompoundValue const* const compound = As<CompoundValue>(value.get());
+      compound && compound->name().empty()) {
     return;
   }
   ListValue const* const list = As<ListValue>(value.get());
@@ -268,8 +275,8 @@ void ValueToNativeAdapter::SetMethod(DataValuePtr const& source, NativePtr const
 }
 
 template <typename M>
-void ValueToNativeAdapter::MapBeginMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                          MessageList& errors) {
+void ValueToNativeAdapter::MapBeginMethod(DataValuePtr const& source, NativePtr const& destination,
+                                          Stack& work, MessageList& errors) {
   using V = typename M::mapped_type;
   DataValuePtr const value = Unwrap(source);
   auto& map = destination.as<M>();
@@ -305,8 +312,8 @@ void ValueToNativeAdapter::MapBeginMethod(DataValuePtr const& source, NativePtr 
 }
 
 template <typename T, typename O>
-void ValueToNativeAdapter::OptionalBeginMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,
-                                               MessageList& errors) {
+void ValueToNativeAdapter::OptionalBeginMethod(DataValuePtr const& source, NativePtr const& destination,
+                                               Stack& work, MessageList& errors) {
   auto& optional = destination.as<O>();
   DataValuePtr const value = std::is_same_v<T, DynamicStructure> ? UnwrapOnce(source) : Unwrap(source);
   if (!value) {

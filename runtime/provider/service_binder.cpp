@@ -12,11 +12,12 @@ namespace Lumo::Provider {
 
 namespace {
 
-/// Stands between one call's result objects and its callback, and lets exactly one answer through. Any thread.
+/// Stands between one call's result objects and its callback, and lets exactly one answer through. Any
+/// thread.
 class CallSink final : public ResultSink {
  public:
-  CallSink(std::shared_ptr<Core::MethodIdentifier const> method, std::shared_ptr<Core::AsyncActivation> activation,
-           Core::AsyncApiResultCb callback)
+  CallSink(std::shared_ptr<Core::MethodIdentifier const> method,
+           std::shared_ptr<Core::AsyncActivation> activation, Core::AsyncApiResultCb callback)
       : method_(std::move(method)), activation_(std::move(activation)), callback_(std::move(callback)) {}
   CallSink(CallSink const&) = delete;
   CallSink& operator=(CallSink const&) = delete;
