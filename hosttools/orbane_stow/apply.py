@@ -20,6 +20,7 @@ from orbane_stow.task_run import WARNING, Task
 from orbane_stow.text import size_text
 
 NOTHING = "com.orbane.ryn.stow.apply.nothing"
+FIRST = "com.orbane.ryn.stow.apply.first"
 APPLIED = "com.orbane.ryn.stow.apply.done"
 REBOOT = "com.orbane.ryn.stow.apply.reboot"
 MAINTENANCE = "com.orbane.ryn.stow.apply.maintenance"
@@ -32,8 +33,9 @@ STAGED = "com.orbane.ryn.stow.stage.done"
 class _Work:
     """What apply and stage share: the image root, the wanted composition, and the pull."""
 
-    def __init__(self, task: Task) -> None:
+    def __init__(self, task: Task, **weights: int) -> None:
         self.task = task
+        self.progress = task.plan(**weights)
         self.image = ImageRoot(paths.image_root())
         self.cancellable = Gio.Cancellable.new()
         task.termination.on_request(self.cancellable.cancel)
@@ -49,7 +51,7 @@ class _Work:
     def resolve(self, spec: SoftwareSpec, addresses: Sequence[str], deployed: Composition | None) -> Resolved:
         """The wanted composition by what the depots offer."""
         resolved = resolve(spec, HostSource(DepotSet(addresses, self.task.termination.check), deployed))
-        self.task.progress.step("resolve")
+        self.progress.step("resolve")
         return resolved
 
     def pull(self, resolved: Resolved) -> int:
@@ -57,7 +59,7 @@ class _Work:
         with self.image.errors():
             self.image.sysroot.prepare_cleanup(None)
         keep_refs(self.image, resolved)
-        return Puller(self.image, self.task.progress, self.cancellable).pull(resolved.offers)
+        return Puller(self.image, self.progress, self.cancellable).pull(resolved.offers)
 
     def make_room(self) -> None:
         """After a failure on a full disk: leaves the deployed images and nothing else."""
@@ -73,8 +75,7 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
     spec = read_spec(spec_path)
     for address in addresses:
         DepotUrl(address)
-    work = _Work(task)
-    progress = task.plan(resolve=3, pull=82, compose=5, deploy=8, tidy=2)
+    work = _Work(task, resolve=3, pull=82, compose=5, deploy=8, tidy=2)
     with work.image.locked():
         deployed = work.image.read()
         same = work.resolve_on_host(spec, deployed)
@@ -85,23 +86,22 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
         try:
             work.pull(resolved)
             commit = compose(work.image, resolved, work.cancellable)
-            progress.step("compose")
+            work.progress.step("compose")
             deploy(work.image, commit, work.cancellable, task.termination)
         except ImageSpaceError:
             work.make_room()
             raise
-        progress.step("deploy")
+        work.progress.step("deploy")
         _tidy(work, resolved)
-        progress.step("tidy")
-        _tell(task, deployed, resolved.composition, quick_patch)
+        work.progress.step("tidy")
+        _tell(work, deployed, resolved.composition, quick_patch)
     return ""
 
 
 def stage(task: Task, spec_path: Path, addresses: Sequence[str]) -> str:
     """Brings all that the spec's image needs into the image root and verifies it; the image in use stays."""
     spec = read_spec(spec_path)
-    work = _Work(task)
-    task.plan(resolve=3, pull=97)
+    work = _Work(task, resolve=3, pull=97)
     with work.image.locked():
         deployed = work.image.read()
         resolved = work.resolve(spec, addresses, deployed)
@@ -127,8 +127,9 @@ def _image_name(composition: Composition) -> str:
     return f"{composition.base.display_name} {composition.base.display_version}{with_components}"
 
 
-def _tell(task: Task, old: Composition | None, new: Composition, quick_patch: bool) -> None:
-    task.notify(APPLIED, _image_name(new))
+def _tell(work: _Work, old: Composition | None, new: Composition, quick_patch: bool) -> None:
+    task = work.task
+    task.notify(APPLIED if old else FIRST, _image_name(new))
     impact = change_impact(old, new, quick_patch)
     if impact == "REBOOT":
         if quick_patch:

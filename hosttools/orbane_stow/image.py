@@ -28,6 +28,9 @@ class ImageRoot:
 
     def __init__(self, root: Path) -> None:
         self.root = root
+        if root != Path("/"):
+            # libostree makes deployments immutable; in a folder that nobody boots from that only hinders its removal.
+            os.environ["OSTREE_SYSROOT_DEBUG"] = "mutable-deployments"
         self._sysroot = OSTree.Sysroot.new(Gio.File.new_for_path(str(root)))
 
     @property

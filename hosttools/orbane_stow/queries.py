@@ -10,8 +10,7 @@ from orbane_stow.composition import Composition
 from orbane_stow.image import ImageRoot
 from orbane_stow.parts import Part
 
-EXIT_DONE = 0
-EXIT_UNKNOWN = 1  # what was asked for isn't there; "null" is printed
+EXIT_DONE = 0  # also when what was asked for isn't there: the answer is then "null"
 
 
 def component_list(output: TextIO) -> int:
@@ -22,21 +21,21 @@ def component_list(output: TextIO) -> int:
 
 
 def component_get(name: str, output: TextIO) -> int:
-    """All about one component; `null` and exit status 1 for one that isn't part of the image."""
+    """All about one component; `null` for one that isn't part of the image."""
     deployed = _read()
     part = deployed.components.get(name) if deployed else None
     if part is None:
-        return _unknown(output)
+        return _print(output, None)
     return _print(output, {**_details(part), "impact": part.impact})
 
 
 def ryn_get(output: TextIO) -> int:
-    """All about the base image; `null` and exit status 1 where no image is deployed."""
+    """All about the base image; `null` where no image is deployed."""
     image = ImageRoot(paths.image_root())
     deployed = image.read()
     deployment = image.deployment() if deployed else None
     if deployed is None or deployment is None:
-        return _unknown(output)
+        return _print(output, None)
     return _print(output, {**_details(deployed.base), "checksum": deployment.get_csum()})
 
 
@@ -64,9 +63,3 @@ def _print(output: TextIO, value: Any) -> int:
     output.write(json.dumps(value, ensure_ascii=True, separators=(",", ":")))
     output.flush()
     return EXIT_DONE
-
-
-def _unknown(output: TextIO) -> int:
-    output.write("null")
-    output.flush()
-    return EXIT_UNKNOWN

@@ -47,13 +47,19 @@ class Task:
     id: str
     database: Any
     termination: Termination
-    progress: Progress = field(init=False)
+    progress: Progress | None = None
     told: list[dict[str, Any]] = field(default_factory=list)  # the notifications so far, in the direct form
 
     def plan(self, **weights: int) -> Progress:
         """Names the steps of the work with their shares, in order."""
-        self.progress = Progress(lambda percent: self.database.set_progress(self.id, percent), weights)
-        return self.progress
+        progress = Progress(lambda percent: self.database.set_progress(self.id, percent), weights)
+        self.progress = progress
+        return progress
+
+    def finish(self) -> None:
+        """All is done: 100 percent, whatever steps were planned."""
+        if self.progress is None or self.progress.percent < 100:
+            self.database.set_progress(self.id, 100)
 
     def notify(self, message_id: str, *args: object, kind: str = INFO) -> None:
         """Adds a notification to the record and a line to the log."""
@@ -105,7 +111,7 @@ class _Runner:
             task = Task(self._id, self._database, self._termination)
             log(syslog.LOG_INFO, f"{self._id}: started")
             result = work(task)
-            task.database.set_progress(self._id, 100)
+            task.finish()
             return self._complete(result)
         except UnknownTaskError:
             return EXIT_DONE
