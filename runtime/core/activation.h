@@ -62,9 +62,9 @@ class AsyncActivation {
   Data::DataValuePtr const& authData() const { return authData_; }
 
   void localeSpec(std::shared_ptr<L10n::LocaleSpec const> spec) { localeSpec_ = std::move(spec); }
-  void localizer(std::shared_ptr<L10n::Localizer const> localizer) { localizer_ = std::move(localizer); }
   /// Null where none was set.
-  std::shared_ptr<L10n::Localizer const> const& localizer() const { return localizer_; }
+  std::shared_ptr<L10n::LocaleSpec const> const& localeSpec() const { return localeSpec_; }
+  void localizer(std::shared_ptr<L10n::Localizer const> localizer) { localizer_ = std::move(localizer); }
   /// Localizer and locale of this call; the defaults of the program where none was set.
   L10n::RequestLocalizer requestLocalizer() const;
 

@@ -55,30 +55,35 @@ ArgumentFormatter GetDefaultFormatter() {
 namespace LocalizableMessageHelpers {
 namespace {
 
-/// The template of `id` in the best acceptable language that the localizer has; false when it has none of
-/// them.
-bool FindTemplate(Localizer const& localizer, std::string const& id, LocaleSpec const& locale,
+/// The template of `id` in `language`; false when the localizer does not have it.
+bool FindTemplate(Localizer const& localizer, std::string const& id, LanguagePreference const& language,
                   std::string& text) {
-  auto const tryLanguage = [&](LanguagePreference const& language) {
-    for (std::string const& candidate : LocaleHelpers::CatalogueNames(language)) {
-      std::error_code missing;
-      std::string found = localizer.MessageTemplate(id, candidate, missing);
-      if (!missing && !found.empty()) {
-        text = std::move(found);
-        return true;
-      }
-    }
-    return false;
-  };
-  if (locale.languages.empty()) {
-    return tryLanguage(locale.language);
-  }
-  for (LanguagePreference const& language : locale.languages) {
-    if (tryLanguage(language)) {
+  for (std::string const& name : LocaleHelpers::CatalogueNames(language)) {
+    std::error_code missing;
+    std::string found = localizer.MessageTemplate(id, name, missing);
+    if (!missing && !found.empty()) {
+      text = std::move(found);
       return true;
     }
-    if (LocaleHelpers::IsDefaultLanguage(language)) {
-      return false;  // the default text is in this language
+  }
+  return false;
+}
+
+/// The template of `id` in the best acceptable language that is better than that of default texts.
+bool FindBetterTemplate(Localizer const& localizer, std::string const& id, LocaleSpec const& locale,
+                        std::string& text) {
+  auto const better = [](LanguagePreference const& language) {
+    return !LocaleHelpers::IsDefaultLanguage(language);
+  };
+  if (locale.languages.empty()) {
+    return better(locale.language) && FindTemplate(localizer, id, locale.language, text);
+  }
+  for (LanguagePreference const& language : locale.languages) {
+    if (!better(language)) {
+      return false;
+    }
+    if (FindTemplate(localizer, id, language, text)) {
+      return true;
     }
   }
   return false;
@@ -86,10 +91,20 @@ bool FindTemplate(Localizer const& localizer, std::string const& id, LocaleSpec 
 
 }  // namespace
 
+std::string LocalizedText(Localizer const& localizer, std::string const& id,
+                          std::list<std::string> const& args, LocaleSpec const& locale) {
+  std::string found;
+  std::error_code ec;
+  if (FindBetterTemplate(localizer, id, locale, found)) {
+    found = FormatMessage(found, args, ec);
+  }
+  return ec ? std::string() : found;
+}
+
 std::string formatMessage(Localizer const& localizer, PositionalMessageBuilder const& message,
                           LocaleSpec const& locale, std::error_code& ec) {
   std::string found;
-  bool const inCatalogue = FindTemplate(localizer, message.id(), locale, found);
+  bool const inCatalogue = FindBetterTemplate(localizer, message.id(), locale, found);
   return FormatMessage(inCatalogue ? found : message.defaultTemplate(), message.args(), ec);
 }
 

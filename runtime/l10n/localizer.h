@@ -148,6 +148,10 @@ namespace L10n::LocalizableMessageHelpers {
 /// formatted with the arguments.
 std::string formatMessage(Localizer const& localizer, PositionalMessageBuilder const& message,
                           LocaleSpec const& locale, std::error_code& ec);
+/// The same without a default: empty when the localizer knows no better language, or has a template that does
+/// not fit the arguments.
+std::string LocalizedText(Localizer const& localizer, std::string const& id,
+                          std::list<std::string> const& args, LocaleSpec const& locale);
 }  // namespace L10n::LocalizableMessageHelpers
 
 }  // namespace Lumo

@@ -130,8 +130,10 @@ TEST(BaseMessage, ConstructorDoesNotFormat) {
 TEST(CoreMessages, EveryIdHasItsText) {
   for (char const* id :
        {"lumo.data.bad.cast2", "lumo.data.field.missing", "lumo.data.invalid.type", "lumo.data.unset.field",
-        "lumo.data.unset.non.optional.field", "lumo.provider.interface.duplicate",
-        "lumo.provider.operation.not.found", "lumo.provider.service.not.found"}) {
+        "lumo.data.unset.non.optional.field", "lumo.metadata.component.duplicate",
+        "lumo.metadata.component.missing", "lumo.metadata.file.malformed", "lumo.metadata.file.unreadable",
+        "lumo.provider.interface.duplicate", "lumo.provider.operation.not.found",
+        "lumo.provider.service.not.found"}) {
     EXPECT_NE(Lumo::Message<Lumo::CoreTag>::DefaultMessageForId(id), id);
   }
   EXPECT_EQ(Lumo::Message<Lumo::CoreTag>::DefaultMessageForId("lumo.none.such"), "lumo.none.such");

@@ -1,1 +1,0 @@
-"""Generator of everything that follows from the interface definition."""

@@ -1,1 +1,0 @@
-"""Makes, checks and serves depots (the command keel-depot)."""
