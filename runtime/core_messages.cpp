@@ -17,9 +17,13 @@ struct CoreMessage {
 std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) {
   // In order of the ids.
   static CoreMessage const kMessages[] = {
+      {"lumo.data.bad.cast", "The field '{1}' is of the type {2}, where {3} is wanted."},
       {"lumo.data.bad.cast2", "A value of kind {1} cannot be read as {2}."},
+      {"lumo.data.duplicate.key", "The key '{1}' stands twice."},
       {"lumo.data.field.missing", "The field '{1}' is missing."},
+      {"lumo.data.field.unreadable", "The field '{1}' cannot be read."},
       {"lumo.data.invalid.type", "The value is of a type that does not fit here."},
+      {"lumo.data.unknown.field", "The field '{1}' is not known."},
       {"lumo.data.unset.field", "A value of the type {1} is not set."},
       {"lumo.data.unset.non.optional.field", "A required value of the type {1} is not set."},
       {"lumo.metadata.component.duplicate", "The file '{1}' brings the component '{2}' a second time."},

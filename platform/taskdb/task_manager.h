@@ -1,7 +1,9 @@
 // The task database: one record a task, shared by the daemon and the tools, in this and other processes.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -30,12 +32,19 @@ struct TaskInfo {
   std::vector<std::string> notifications;  // JSON texts
 };
 
-/// Access to one database file. Holds no connection between calls, so it may be kept over a fork and over deletion of
-/// the file. Any thread. All calls but init throw LifeCycle::AccessLockError (lock not had within `retries`, 200 ms
-/// apart), TaskFileNotFoundError, JsonParseError, and std::runtime_error for an unknown id or a failed write.
+/// Waits for that time.
+using Sleeper = std::function<void(std::chrono::milliseconds)>;
+
+/// Access to one database file. Holds nothing between calls, so it is cheap and may be kept over a fork and
+/// over deletion of the file; connections that the process keeps are used only while the path names the same
+/// file. Any thread. A call tries `retries` times, once at least. All calls but init throw
+/// LifeCycle::AccessLockError (lock not had within `retries`, 200 ms apart), TaskFileNotFoundError,
+/// JsonParseError, and std::runtime_error for an unknown id or a failed write.
 class TaskManager {
  public:
   static std::shared_ptr<TaskManager> FromPath(std::string dbPath);
+  /// With another way of waiting between tries.
+  static std::shared_ptr<TaskManager> FromPath(std::string dbPath, Sleeper sleep);
   virtual ~TaskManager() = default;
 
   /// Leaves an empty, usable database, whatever stood there, journal files included.

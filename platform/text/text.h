@@ -8,7 +8,8 @@ enum class CodeSetEncoding { Utf8 };
 /// True when the `length` bytes are valid in that encoding.
 bool CodeSet_Validate(char const* bytes, std::size_t length, CodeSetEncoding encoding);
 
-/// printf into a new text that the caller frees with free(); null and `*length` 0 on failure. `length` may be null.
+/// printf into a new text that the caller frees with free(); null and `*length` 0 on failure. `length` may be
+/// null.
 char* Str_SafeAsprintf(std::size_t* length, char const* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// `digest` takes 32 bytes. False only when the library fails.
@@ -16,6 +17,6 @@ bool CryptoHash_ComputeSHA256(void const* data, std::size_t length, std::uint8_t
 
 /// A random UUID as a text of 36 lower-case characters that the caller frees with free(); null on failure.
 char* UUID_CreateRandom();
-/// Rewrites the UUID text `source` of any usual spelling into the 36-character form; `destination` has room for
-/// `length` + 1 bytes and may be `source`. Null when `source` is no UUID or does not fit.
+/// Rewrites the UUID text `source` of any usual spelling into the 36-character form; `destination` has room
+/// for `length` + 1 bytes and may be `source`. Null when `source` is no UUID or does not fit.
 char* UUID_PackText(char* destination, char const* source, std::size_t length);

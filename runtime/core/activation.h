@@ -65,6 +65,8 @@ class AsyncActivation {
   /// Null where none was set.
   std::shared_ptr<L10n::LocaleSpec const> const& localeSpec() const { return localeSpec_; }
   void localizer(std::shared_ptr<L10n::Localizer const> localizer) { localizer_ = std::move(localizer); }
+  /// Null where none was set.
+  std::shared_ptr<L10n::Localizer const> const& localizer() const { return localizer_; }
   /// Localizer and locale of this call; the defaults of the program where none was set.
   L10n::RequestLocalizer requestLocalizer() const;
 

@@ -8,11 +8,14 @@ import socket
 from dataclasses import dataclass, field
 from typing import Any
 
+from harness.waiting import wait_for
+
 HOST = "127.0.0.1"
 PORT = 7433
 
 SOFTWARE = "com.orbane.ryn.keel_daemon.software"
 TASKS = "com.orbane.halo.tasks"
+CLEAN_JSON = "application/vnd.orbane.lumo.cleanjson"  # answers without annotations
 FINISHED = ("SUCCEEDED", "FAILED")
 
 
@@ -60,7 +63,7 @@ class Rpc:
 
     def post(self, body: bytes | str, **headers: str) -> Reply:
         """Posts `body`; header names are given with `_` for `-`."""
-        sent = {"Content-Type": "application/json", **self.headers,
+        sent = {"Content-Type": "application/json", "Accept": CLEAN_JSON, **self.headers,
                 **{name.replace("_", "-"): value for name, value in headers.items()}}
         connection = http.client.HTTPConnection(self.host, self.port, timeout=self.timeout)
         try:
@@ -90,6 +93,18 @@ class Rpc:
     def task(self, task_id: str) -> dict[str, Any]:
         """The task record as the task service tells it."""
         return self(f"{TASKS}.get", {"task": task_id})
+
+    def finished(self, task_id: str) -> dict[str, Any]:
+        """Waits for the end of a task and returns its record."""
+        def ended() -> dict[str, Any] | None:
+            record = self.task(task_id)
+            return record if record["status"] in FINISHED else None
+
+        return wait_for(ended, f"the end of task {task_id}")
+
+    def start(self, operation: str, spec: dict[str, Any], depots: list[str], **more: Any) -> str:
+        """Starts `scan`, `stage` or `apply` and returns the task's id."""
+        return self(f"{SOFTWARE}.{operation}", {"software_spec": spec, "depots": depots, **more})
 
     def tasks(self) -> dict[str, dict[str, Any]]:
         """All task records by id."""

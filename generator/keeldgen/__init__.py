@@ -1,0 +1,1 @@
+"""Generator of everything that follows from the interface definition."""

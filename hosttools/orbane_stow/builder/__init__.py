@@ -1,0 +1,1 @@
+"""Makes, checks and serves depots (the command keel-depot)."""

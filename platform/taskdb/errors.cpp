@@ -1,0 +1,14 @@
+#include "platform/taskdb/errors.h"
+
+#include <cstring>
+
+namespace LifeCycle {
+
+AccessLockError::AccessLockError(int error) : error_(error) {}
+
+char const* AccessLockError::what() const noexcept {
+  char const* const text = strerrordesc_np(error_);
+  return text != nullptr ? text : "Unknown error";
+}
+
+}  // namespace LifeCycle

@@ -1,0 +1,16 @@
+// What lies in a task database file. Stored: docs/task-database.md describes it for those who read the file
+// by other means, platform/taskdb/python writes the same.
+#pragma once
+
+#include <cstdint>
+
+namespace TaskDB {
+
+/// "KEEL" in the header of the file.
+inline constexpr std::int32_t kApplicationId = 0x4b45454c;
+inline constexpr std::int32_t kSchemaVersion = 1;
+
+/// Creates everything in an empty file.
+extern char const kCreateSchema[];
+
+}  // namespace TaskDB
