@@ -158,7 +158,9 @@ void FolderLock::Unlock() const {
 }
 
 Connection::Connection(std::string const& path, std::unique_ptr<FolderLock> lockedFolder)
-    : folder(std::move(lockedFolder)), identity(IdentifyFile(path)), database(path, false) {
+    : folder(std::move(lockedFolder)),
+      identity(IdentifyFile(path)),
+      database(path, SqliteHandle::AtClose::LeaveJournal) {
   database.Execute("PRAGMA synchronous = NORMAL; PRAGMA trusted_schema = OFF; PRAGMA cell_size_check = ON;");
   CheckPragma(database, "PRAGMA application_id", kApplicationId);
   CheckPragma(database, "PRAGMA user_version", kSchemaVersion);

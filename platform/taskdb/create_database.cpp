@@ -63,7 +63,7 @@ void BuildDatabase(std::string const& path) {
     throw std::runtime_error(std::strerror(errno));
   }
   close(descriptor);
-  SqliteHandle database(path, false);
+  SqliteHandle database(path, SqliteHandle::AtClose::FoldJournal);
   database.Execute(kCreateSchema);
 }
 

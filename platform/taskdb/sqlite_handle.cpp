@@ -98,8 +98,8 @@ std::int64_t Statement::Number(int column) const {
   return sqlite3_column_int64(statement_, column);
 }
 
-SqliteHandle::SqliteHandle(std::string const& path, bool create) {
-  int const flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
+SqliteHandle::SqliteHandle(std::string const& path, AtClose atClose) {
+  int const flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
   int const result = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
   if (result != SQLITE_OK) {
     SqliteFailure const failure(sqlite3_extended_errcode(database_), sqlite3_system_errno(database_),
@@ -108,6 +108,8 @@ SqliteHandle::SqliteHandle(std::string const& path, bool create) {
     throw failure;
   }
   sqlite3_extended_result_codes(database_, 1);
+  sqlite3_db_config(database_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, atClose == AtClose::LeaveJournal ? 1 : 0,
+                    nullptr);
   sqlite3_busy_handler(database_, WaitForLock, nullptr);
 }
 

@@ -67,8 +67,12 @@ class Statement {
 /// One thread at a time.
 class SqliteHandle {
  public:
-  /// Opens the file; with `create` false it must exist. Waits for locks for some 50 ms a statement.
-  SqliteHandle(std::string const& path, bool create);
+  enum class AtClose {
+    FoldJournal,   // the last connection puts the write-ahead log into the file and removes it
+    LeaveJournal,  // closing touches no file, so it needs no lock and costs nothing
+  };
+  /// Opens the file, which must exist. Waits for locks for some 50 ms a statement.
+  SqliteHandle(std::string const& path, AtClose atClose);
   ~SqliteHandle();
   SqliteHandle(SqliteHandle const&) = delete;
   SqliteHandle& operator=(SqliteHandle const&) = delete;

@@ -303,7 +303,8 @@ void SqliteTaskManager::EndTask(char const* id, char const* status, std::string 
     // A task that fails before it was started still needs both times.
     session.database()
         .Prepare(
-            "UPDATE task SET status = ?2, result = ?3, error = ?4, end_time = ?5, last_update = ?5, "
+            "UPDATE task SET status = ?2, result = ?3, error = ?4, error_id = '', end_time = ?5, last_update "
+            "= ?5, "
             "start_time = iif(start_time = '', ?5, start_time), "
             "progress_completed = iif(?2 = 'SUCCEEDED', progress_total, progress_completed) WHERE id = ?1")
         .Bind(1, id)
@@ -313,6 +314,7 @@ void SqliteTaskManager::EndTask(char const* id, char const* status, std::string 
         .Bind(5, now)
         .Run();
     RequireTask(session, id);
+    session.database().Prepare("DELETE FROM error_argument WHERE task = ?1").Bind(1, id).Run();
   });
 }
 
