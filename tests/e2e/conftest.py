@@ -7,14 +7,15 @@ import pathlib
 import shutil
 import signal
 import sys
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 
 import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
 from harness.daemon import OUTPUT, PROGRAM, Daemon, descendants_of_init  # noqa: E402
-from harness.depots import Depots  # noqa: E402
+from harness.depots import Depots, DepotServer  # noqa: E402
+from harness.disks import SmallDisk  # noqa: E402
 from harness.syslog import SystemLog  # noqa: E402
 from harness.tool import FakeTool  # noqa: E402
 from harness.waiting import wait_for  # noqa: E402
@@ -85,9 +86,35 @@ def fake_tool() -> Iterator[FakeTool]:
     tool.restore()
 
 
+@pytest.fixture(scope="module")
+def depots(tmp_path_factory: pytest.TempPathFactory) -> Depots:
+    """The sample depots, for reading only."""
+    return Depots(tmp_path_factory.mktemp("depots"))
+
+
 @pytest.fixture
-def depots(tmp_path: pathlib.Path) -> Iterator[Depots]:
-    """Sample depots, reached by file:// and by http://."""
-    made = Depots(tmp_path / "depots")
-    yield made
-    made.close()
+def serve() -> Iterator[Callable[..., DepotServer]]:
+    """A function that serves a depot's folder by HTTP until the end of the test."""
+    servers: list[DepotServer] = []
+
+    def start(folder: pathlib.Path, stall_at: str = "") -> DepotServer:
+        servers.append(DepotServer(folder, stall_at))
+        return servers[-1]
+
+    yield start
+    for server in servers:
+        server.close()
+
+
+@pytest.fixture
+def small_disk() -> Iterator[Callable[[pathlib.Path, int], SmallDisk]]:
+    """A function that mounts a disk of a few bytes somewhere until the end of the test."""
+    disks: list[SmallDisk] = []
+
+    def mount(place: pathlib.Path, size: int) -> SmallDisk:
+        disks.append(SmallDisk(place, size))
+        return disks[-1]
+
+    yield mount
+    for disk in reversed(disks):
+        disk.close()
