@@ -26,6 +26,8 @@ std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) 
       {"lumo.data.unknown.field", "The field '{1}' is not known."},
       {"lumo.data.unset.field", "A value of the type {1} is not set."},
       {"lumo.data.unset.non.optional.field", "A required value of the type {1} is not set."},
+      {"lumo.invalid.content.type", "The content type '{1}' is not supported; send application/json."},
+      {"lumo.invalid.request", "The request is not valid."},
       {"lumo.metadata.component.duplicate", "The file '{1}' brings the component '{2}' a second time."},
       {"lumo.metadata.component.missing", "The file '{1}' has no component '{2}'."},
       {"lumo.metadata.file.malformed", "The file '{1}' is damaged: {2}"},
@@ -33,6 +35,9 @@ std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) 
       {"lumo.provider.interface.duplicate", "The service '{1}' is already registered."},
       {"lumo.provider.operation.not.found", "The service '{1}' has no operation '{2}'."},
       {"lumo.provider.service.not.found", "There is no service '{1}'."},
+      {"lumo.recv.failed", "Receiving failed: {1}"},
+      {"lumo.request.exceeds.max.size", "The request is larger than the server takes."},
+      {"lumo.send.failed", "Sending failed: {1}"},
   };
   auto const* const found = std::lower_bound(
       std::begin(kMessages), std::end(kMessages), id,

@@ -1,0 +1,42 @@
+#include "transport/response_body.h"
+
+#include <algorithm>
+
+namespace Lumo::Transport::Http::HttpDetail {
+
+namespace {
+constexpr boost::string_view kLineEnd = "\r\n";
+}  // namespace
+
+void AppendChunks(Pieces const& payload, char (&scratch)[kSizeScratch], Pieces& pieces) {
+  std::size_t left = boost::asio::buffer_size(payload);
+  std::size_t room = 0;  // of the chunk being written
+  for (boost::asio::const_buffer piece : payload) {
+    while (piece.size() != 0) {
+      if (room == 0) {
+        room = std::min(left, kMaxChunk);
+        AppendPiece(pieces, room == kMaxChunk ? boost::string_view("10000") : FormatSize(room, scratch));
+        AppendPiece(pieces, kLineEnd);
+      }
+      std::size_t const count = std::min(room, piece.size());
+      pieces.emplace_back(piece.data(), count);
+      piece += count;
+      room -= count;
+      left -= count;
+      if (room == 0) {
+        AppendPiece(pieces, kLineEnd);
+      }
+    }
+  }
+}
+
+Pieces const& FrameBodyWriter::Writer::Frame(boost::string_view body) {
+  pieces_.clear();
+  AppendPiece(pieces_, FormatSize(body.size(), scratch_));
+  AppendPiece(pieces_, kLineEnd);
+  AppendPiece(pieces_, body);
+  AppendPiece(pieces_, kLineEnd);
+  return pieces_;
+}
+
+}  // namespace Lumo::Transport::Http::HttpDetail
