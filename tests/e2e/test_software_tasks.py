@@ -338,8 +338,8 @@ def test_a_deleted_database_is_made_anew(daemon: Daemon, rpc: Rpc, fake_tool: Fa
     rpc.finished(task)
 
 
-@pytest.mark.parametrize("content, status", [(b"\0" * 4096, "garbage"), (b"SQLite format 3\0" + b"\xff" * 4080, "header only")])
-def test_a_damaged_database_is_an_error_not_a_crash(daemon: Daemon, rpc: Rpc, content: bytes, status: str) -> None:
+@pytest.mark.parametrize("content", [b"\0" * 4096, b"SQLite format 3\0" + b"\xff" * 4080], ids=["zeros", "header-only"])
+def test_a_damaged_database_is_an_error_not_a_crash(daemon: Daemon, rpc: Rpc, content: bytes) -> None:
     for path in STATE.glob("task-status.json.db?*"):
         path.unlink()
     (STATE / "task-status.json.db").write_bytes(content)

@@ -13,6 +13,7 @@ namespace {
 
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
+// Views into `headers`, which has to outlive the range.
 Transport::Http::ResponseHeaders RangeOver(Headers const& headers) {
   std::vector<Transport::Http::HeaderView> views;
   for (auto const& [name, value] : headers) {
@@ -142,7 +143,8 @@ TEST(UpdateExecutionCtxHelper, StartsAtTheRangesBeginAndCallsTheApplication) {
       context.applicationData()["first"] = std::string(headers.current().name());
     }
   };
-  auto range = RangeOver({{"a", "1"}, {"lumo-ctx-opid", "x"}});
+  Headers const headers{{"a", "1"}, {"lumo-ctx-opid", "x"}};
+  auto range = RangeOver(headers);
   range.advance();
   range.advance();
   Core::ExecutionContext context;
