@@ -70,7 +70,7 @@ RunCommandResult RunCommand(std::string const& command, std::string const* stand
   }
 
   if (standardInput != nullptr) {
-    CSLogger::Log(3, "[%s]: Writing to command: %s.", kTag, standardInput->c_str());
+    CSLogger::Log(3, "[%s]: Writing to command: %s.", kTag, command.c_str());
     errno = 0;
     if (::write(pipe->fd, standardInput->data(), standardInput->size()) < 0) {
       int const error = errno;
