@@ -1,0 +1,33 @@
+#include "software/hosts_ryn_svc.h"
+
+#include "platform/logging/logging.h"
+#include "software/tool_query.h"
+
+namespace Com::Orbane::Ryn::Hosts::Software::RynSvc {
+namespace {
+
+namespace Errors = Lumo::Std::Errors;
+
+char const* const kGetCommand = "/usr/bin/python /usr/lib/orbane/lifecycle/bin/stowctl.py ryn --get ";
+
+}  // namespace
+
+void AsyncServiceImpl::Get(std::shared_ptr<GetInput const> const& /*input*/,
+                           ::Lumo::AsyncResult<std::shared_ptr<Info const>> const& result) {
+  std::string output;
+  LifeCycle::RunCommandResult const run = LifeCycle::RunCommand(kGetCommand, nullptr, &output);
+  if (run.kind == LifeCycle::RunSpawnFailed) {  // an exit code is none of this method's errors
+    result.error(LifeCycle::MakeCommandError(run));
+    return;
+  }
+  if (output == "null") {
+    CSLogger::Log(0, "[%s] Result is null ", "Get");
+    result.error(LifeCycle::MakeBareError<Errors::NotFound>());
+    return;
+  }
+  std::shared_ptr<Info const> info;
+  auto const error = LifeCycle::AdaptToolOutput<Errors::InternalServerError>("Get", output, info);
+  error ? result.error(error) : result(info);
+}
+
+}  // namespace Com::Orbane::Ryn::Hosts::Software::RynSvc

@@ -1,0 +1,46 @@
+// What the services that ask the image manager in the foreground have in common.
+#pragma once
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "bindings/com/orbane/lumo/std/errors.h"
+#include "runtime/data/adapt.h"
+#include "support/api_error.h"
+#include "support/command_runner.h"
+#include "support/json_helpers.h"
+
+namespace LifeCycle {
+
+using ToolErrorPtr = std::shared_ptr<Lumo::Data::ErrorValue>;
+
+/// The tool could not be run, or failed. `code` is read as an errno whatever it is.
+inline ToolErrorPtr MakeCommandError(RunCommandResult const& run) {
+  return MakeApiError<Com::Orbane::Lumo::Std::Errors::InternalServerError>(
+      "com.orbane.ryn.host_settings.command.failed", std::string(std::strerror(run.code)));
+}
+
+template <typename E>
+ToolErrorPtr MakeBareError() {
+  return Lumo::Data::ErrorFactory::GetError<E>({});
+}
+
+/// Parses a tool's output and fills `native` from it. Null, or the error: a bare `NoValue` for a document
+/// without a value, an InternalServerError with the adapter's messages, logged under `tag`, for one that
+/// doesn't fit. Throws LumoJsonSerializationError.
+template <typename NoValue, typename T>
+ToolErrorPtr AdaptToolOutput(char const* tag, std::string const& output, T& native) {
+  Lumo::Data::DataValuePtr const value = ParseJsonValue(output, false);
+  if (!value) {
+    return MakeBareError<NoValue>();
+  }
+  Lumo::MessageList messages;
+  if (!Lumo::Data::FromValue(value, native, messages)) {
+    LogAdaptMessages(tag, messages);
+    return Lumo::Data::ErrorFactory::GetError<Com::Orbane::Lumo::Std::Errors::InternalServerError>(messages);
+  }
+  return nullptr;
+}
+
+}  // namespace LifeCycle
