@@ -121,7 +121,8 @@ def _run_task(task_id, own_spec, work):  # type: ignore[no-untyped-def]
     from orbane_stow import task_run
     from orbane_taskdb import TaskManager
 
-    return task_run.run(task_id, own_spec, work, TaskManager(str(paths.TASK_DATABASE)), termination.Termination())
+    with TaskManager(str(paths.TASK_DATABASE)) as database:
+        return task_run.run(task_id, own_spec, work, database, termination.Termination())
 
 
 def _raiser(error: StowError):  # type: ignore[no-untyped-def]

@@ -123,13 +123,15 @@ class HostSource:
         self._held = DeployedSource(deployed)
 
     def base(self, version: str) -> Offer:
-        if not version:
-            return self._held.base(version)
-        preferred = self._deployed.base.name if self._deployed else None
+        if self._deployed is None:
+            return self._depots.base(version, None) if version else self._held.base(version)
         try:
-            return self._depots.base(version, preferred)
+            offer = self._depots.base(version or self._deployed.base.version, self._deployed.base.name)
         except BaseMissingError:
             return self._held.base(version)
+        if version or offer.part.checksum == self._deployed.base.checksum:
+            return offer  # also for a base that stays: the depot can mend what is damaged on the host
+        return self._held.base(version)
 
     def component(self, name: str, version: str) -> Offer:
         try:

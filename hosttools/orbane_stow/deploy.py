@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 from orbane_stow.composition import Resolved
-from orbane_stow.image import OS_NAME, REF_PREFIX, ImageRoot
+from orbane_stow.image import REF_PREFIX, ImageRoot
 from orbane_stow.ostree import Gio, OSTree
 from orbane_stow.termination import Termination
 
@@ -16,12 +16,12 @@ def deploy(image: ImageRoot, commit: str, cancellable: Gio.Cancellable, terminat
     image is in use as a whole. A signal that comes after the tree stands is too late to stop it."""
     with image.errors():
         sysroot = image.sysroot
-        previous = sysroot.get_merge_deployment(OS_NAME)
+        previous = sysroot.get_merge_deployment(image.os_name)
         origin = sysroot.origin_new_from_refspec(_ORIGIN)
-        deployment = sysroot.deploy_tree(OS_NAME, commit, origin, previous, None, cancellable)[1]
+        deployment = sysroot.deploy_tree(image.os_name, commit, origin, previous, None, cancellable)[1]
         termination.check()
         termination.shield()
-        sysroot.simple_write_deployment(OS_NAME, deployment, image.deployment() or previous,
+        sysroot.simple_write_deployment(image.os_name, deployment, image.deployment() or previous,
                                         OSTree.SysrootSimpleWriteDeploymentFlags.NO_CLEAN, None)
         sysroot.load(None)
 
@@ -39,7 +39,8 @@ def keep_refs(image: ImageRoot, wanted: Resolved | None) -> None:
     repo = image.repo
     keep = set(wanted.composition.identity()) if wanted else set()
     for deployment in image.deployments():
-        keep |= set(image.composition_of(deployment.get_csum()).identity())
+        composition = image.composition_of(deployment.get_csum())
+        keep |= set(composition.identity()) if composition else set()
     for ref in repo.list_refs(None, None)[1]:
         prefix, _, part_ref = ref.partition("/")
         if prefix == REF_PREFIX and part_ref not in keep:

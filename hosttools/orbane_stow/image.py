@@ -48,9 +48,9 @@ class ImageRoot:
         return (self.root / "ostree" / "repo" / "config").exists()
 
     def read(self) -> Composition | None:
-        """What the deployed image consists of; None when none is deployed. Takes no lock and changes nothing.
+        """What the deployed image consists of; None when none is deployed, or one that this tool did not compose.
 
-        Raises `ImageError` for an image root that can't be read or an image that this tool did not make.
+        Takes no lock and changes nothing. Raises `ImageError` for an image root that can't be read.
         """
         if not self.exists():
             return None
@@ -59,6 +59,12 @@ class ImageRoot:
             deployment = self.deployment()
             return self.composition_of(deployment.get_csum()) if deployment else None
 
+    @property
+    def os_name(self) -> str:
+        """The name under which the deployments stand: that of the booted one, or this tool's own."""
+        booted = self._sysroot.get_booted_deployment()
+        return booted.get_osname() if booted else OS_NAME
+
     def deployment(self) -> OSTree.Deployment | None:
         """The deployment in use, or to be used from the next boot on."""
         deployments = self.deployments()
@@ -66,7 +72,7 @@ class ImageRoot:
 
     def deployments(self) -> list[OSTree.Deployment]:
         """All deployments of the host's image, the default one first."""
-        return [d for d in self._sysroot.get_deployments() if d.get_osname() == OS_NAME]
+        return [d for d in self._sysroot.get_deployments() if d.get_osname() == self.os_name]
 
     def needs_reboot(self) -> bool:
         """Whether the host runs from another deployment than the default one."""
@@ -74,13 +80,13 @@ class ImageRoot:
         deployment = self.deployment()
         return booted is not None and deployment is not None and not booted.equal(deployment)
 
-    def composition_of(self, commit: str) -> Composition:
-        """What the image of a composed commit consists of."""
+    def composition_of(self, commit: str) -> Composition | None:
+        """What the image of a commit consists of; None for one that this tool did not compose."""
         variant = self.repo.load_variant(OSTree.ObjectType.COMMIT, commit)[1]
         text = variant.get_child_value(0).unpack().get(METADATA_KEY)
+        if not isinstance(text, str):
+            return None
         try:
-            if not isinstance(text, str):
-                raise PartFormatError("the deployed image was not made by this tool")
             return composition_from(text)
         except PartFormatError as error:
             raise ImageError(self.root, error) from error
@@ -146,7 +152,7 @@ class ImageRoot:
         (self.root / "boot").mkdir(exist_ok=True)
         self._sysroot.ensure_initialized(None)
         self._sysroot.load(None)
-        variable = self.root / "ostree" / "deploy" / OS_NAME / "var"
+        variable = self.root / "ostree" / "deploy" / self.os_name / "var"
         for name, mode in _VAR_FOLDERS:
             (variable / name).mkdir(parents=True, exist_ok=True)
             (variable / name).chmod(mode)

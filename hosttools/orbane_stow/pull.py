@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Sequence
 
 from orbane_stow.depot import ObjectSize, Offer
-from orbane_stow.errors import DepotDamagedError, DepotUnreachableError, StowError, TerminatedError
+from orbane_stow.errors import DepotDamagedError, DepotUnreachableError, ImageError, StowError, TerminatedError
 from orbane_stow.image import REF_PREFIX, REMOTE, ImageRoot, is_space_error
 from orbane_stow.ostree import Gio, GLib, OSTree
 from orbane_stow.progress import Progress
@@ -45,6 +45,7 @@ class Puller:
         """
         with self._image.errors():
             missing = self._missing(offers)
+        self._check_obtainable(offers, missing)
         self._needed = sum(entry.archived for entry in missing.values())
         needed_space = sum(entry.unpacked for entry in missing.values())
         if needed_space > self._image.free():
@@ -79,6 +80,13 @@ class Puller:
                 if not self._intact(offer, entry):
                     missing[name] = entry
         return missing
+
+    def _check_obtainable(self, offers: Sequence[Offer], missing: dict[_ObjectName, ObjectSize]) -> None:
+        obtainable = {(entry.checksum, int(entry.kind)) for offer in offers for entry in offer.objects}
+        for offer in offers:
+            if offer.depot is None and any((entry.checksum, int(entry.kind)) in missing.keys() - obtainable
+                                           for entry in self._entries(offer)):
+                raise ImageError(self._image.root, f"the {offer.part.label} is damaged there; name a depot that has it")
 
     def _entries(self, offer: Offer) -> Sequence[ObjectSize]:
         if offer.depot is not None:

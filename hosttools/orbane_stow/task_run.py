@@ -17,10 +17,12 @@ from orbane_stow.errors import InternalError, StateDirError, StowError, Terminat
 from orbane_stow.gate import Gate
 from orbane_stow.progress import Progress
 from orbane_stow.termination import Termination
+from orbane_taskdb import AccessLockError, TaskDatabaseError, TaskFileNotFoundError, TaskManager, UnknownTaskError
 
 EXIT_DONE = 0
 EXIT_FAILED = 1
 
+_FORGOTTEN = (UnknownTaskError, TaskFileNotFoundError)
 INFO, WARNING, ERROR = "INFO", "WARNING", "ERROR"
 
 
@@ -45,21 +47,27 @@ class Task:
     """What a command's work sees of its task."""
 
     id: str
-    database: Any
+    database: TaskManager
     termination: Termination
     progress: Progress | None = None
     told: list[dict[str, Any]] = field(default_factory=list)  # the notifications so far, in the direct form
 
     def plan(self, **weights: int) -> Progress:
         """Names the steps of the work with their shares, in order."""
-        progress = Progress(lambda percent: self.database.set_progress(self.id, percent), weights)
+        progress = Progress(self._set_percent, weights)
         self.progress = progress
         return progress
 
     def finish(self) -> None:
         """All is done: 100 percent, whatever steps were planned."""
         if self.progress is None or self.progress.percent < 100:
-            self.database.set_progress(self.id, 100)
+            self._set_percent(100)
+
+    def _set_percent(self, percent: int) -> None:
+        try:
+            self.database.set_progress(self.id, percent)
+        except AccessLockError as error:  # the next percent will do; no reason to give up the work
+            log(syslog.LOG_WARNING, f"{self.id}: {percent} percent not recorded: {error}")
 
     def notify(self, message_id: str, *args: object, kind: str = INFO) -> None:
         """Adds a notification to the record and a line to the log."""
@@ -74,7 +82,8 @@ def log(priority: int, text: str) -> None:
     syslog.syslog(priority, "".join(c if c.isprintable() else f"\\x{ord(c):02x}" for c in text))
 
 
-def run(task_id: str, own_spec: bool, work: Callable[[Task], str], database: Any, termination: Termination) -> int:
+def run(task_id: str, own_spec: bool, work: Callable[[Task], str], database: TaskManager,
+        termination: Termination) -> int:
     """Runs `work` as the task `task_id` and returns the exit status.
 
     `work` gives the result's JSON text in the full form, empty for none. However it ends, the record is closed, the
@@ -91,7 +100,7 @@ def run(task_id: str, own_spec: bool, work: Callable[[Task], str], database: Any
 
 
 class _Runner:
-    def __init__(self, task_id: str, own_spec: bool, database: Any, termination: Termination) -> None:
+    def __init__(self, task_id: str, own_spec: bool, database: TaskManager, termination: Termination) -> None:
         self._id = task_id
         self._own_spec = own_spec
         self._database = database
@@ -101,11 +110,9 @@ class _Runner:
         self._ended = False
 
     def run(self, work: Callable[[Task], str]) -> int:
-        from orbane_taskdb import UnknownTaskError
-
         try:
-            if self._gate.owner() is None and self._database.get(self._id) is None:
-                return EXIT_DONE
+            if self._gate.owner() is None:
+                self._database.get(self._id)
             self._gate.take_over()
             self._database.start_task(self._id)
             task = Task(self._id, self._database, self._termination)
@@ -113,8 +120,10 @@ class _Runner:
             result = work(task)
             task.finish()
             return self._complete(result)
-        except UnknownTaskError:
+        except _FORGOTTEN:
             return EXIT_DONE
+        except TaskDatabaseError as error:
+            return self.fail(StateDirError(paths.TASK_DATABASE, error))
         except StowError as error:
             return self.fail(error)
         except OSError as error:
@@ -126,16 +135,14 @@ class _Runner:
         with self._ending:
             if self._ended:
                 return EXIT_FAILED
-            self._ended = True
             self.leave()
             self._database.complete_task(self._id, result)
+            self._ended = True
         log(syslog.LOG_INFO, f"{self._id}: succeeded")
         return EXIT_DONE
 
     def fail(self, error: StowError) -> int:
         """Closes the record as FAILED, once; later calls do nothing."""
-        from orbane_taskdb import UnknownTaskError
-
         with self._ending:
             if self._ended:
                 return EXIT_FAILED
@@ -144,9 +151,9 @@ class _Runner:
             log(syslog.LOG_ERR, f"{self._id}: failed: {error}")
             try:
                 self._database.fail_task_with_message(self._id, error.message_id, list(error.args))
-            except UnknownTaskError:
+            except _FORGOTTEN:
                 pass
-            except Exception as failure:
+            except TaskDatabaseError as failure:
                 log(syslog.LOG_ERR, f"{self._id}: can't record the failure: {failure}")
         return EXIT_FAILED
 
@@ -162,8 +169,6 @@ class _Runner:
 
 
 def _unexpected(error: Exception) -> StowError:
-    if "disk is full" in str(error):  # SQLite's words for ENOSPC
-        return StateDirError(paths.STATE_DIR, os.strerror(28))
     trace = sys.exc_info()[2]
     while trace is not None and trace.tb_next is not None:
         trace = trace.tb_next
