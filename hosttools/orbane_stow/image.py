@@ -18,7 +18,7 @@ from orbane_stow.text import size_text
 OS_NAME = "orbane"
 REMOTE = "stow"  # set up without an address: every pull names its own
 REF_PREFIX = "stow"  # local refs of the parts: stow/<kind>/<name>/<version>
-HEADROOM = "16MB"  # free space that a pull leaves
+HEADROOM_BYTES = 16 << 20  # free space that a pull leaves, for what a deployment takes beside its objects
 _SPACE_WORDS = ("No space left", "min-free-space", "Disk quota")
 _VAR_FOLDERS = (("tmp", 0o1777), ("lib", 0o755), ("log", 0o755))
 
@@ -162,7 +162,7 @@ class ImageRoot:
         repo = self.repo
         config = repo.copy_config()
         wanted = ((f'remote "{REMOTE}"', "url", "file:///"), (f'remote "{REMOTE}"', "gpg-verify", "false"),
-                  (f'remote "{REMOTE}"', "gpg-verify-summary", "false"), ("core", "min-free-space-size", HEADROOM))
+                  (f'remote "{REMOTE}"', "gpg-verify-summary", "false"), ("core", "min-free-space-size", f"{HEADROOM_BYTES >> 20}MB"))
         if any(_config_value(config, *place) != value for *place, value in wanted):
             for group, key, value in wanted:
                 config.set_value(group, key, value)

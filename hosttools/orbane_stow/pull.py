@@ -9,13 +9,14 @@ from typing import Sequence
 
 from orbane_stow.depot import ObjectSize, Offer
 from orbane_stow.errors import DepotDamagedError, DepotUnreachableError, ImageError, StowError, TerminatedError
-from orbane_stow.image import REF_PREFIX, REMOTE, ImageRoot, is_space_error
+from orbane_stow.image import HEADROOM_BYTES, REF_PREFIX, REMOTE, ImageRoot, is_space_error
 from orbane_stow.ostree import Gio, GLib, OSTree
 from orbane_stow.progress import Progress
 
 STEP = "pull"
 _UPDATE_MILLISECONDS = 50
 _RETRIES = 2
+_BLOCK_BYTES = 4096  # what a file takes at most beyond its size
 # libcurl's numbers for: resolve, connect, partial file, time-out, empty reply, send, receive
 _UNREACHABLE_CURL_CODES = {5, 6, 7, 18, 28, 52, 55, 56}
 _UNREACHABLE = (Gio.IOErrorEnum.HOST_NOT_FOUND, Gio.IOErrorEnum.HOST_UNREACHABLE, Gio.IOErrorEnum.NETWORK_UNREACHABLE,
@@ -47,11 +48,7 @@ class Puller:
             missing = self._missing(offers)
         self._check_obtainable(offers, missing)
         self._needed = sum(entry.archived for entry in missing.values())
-        needed_space = sum(entry.unpacked for entry in missing.values())
-        if needed_space > self._image.free():
-            discard_partial(self._repo)
-            if needed_space > self._image.free():
-                raise self._image.space_error(needed_space)
+        self._check_space(missing)
         with self._image.errors():
             self._repo.prepare_transaction(self._cancellable)
         try:
@@ -87,6 +84,15 @@ class Puller:
             if offer.depot is None and any((entry.checksum, int(entry.kind)) in missing.keys() - obtainable
                                            for entry in self._entries(offer)):
                 raise ImageError(self._image.root, f"the {offer.part.label} is damaged there; name a depot that has it")
+
+    def _check_space(self, missing: dict[_ObjectName, ObjectSize]) -> None:
+        if not missing:
+            return
+        needed = HEADROOM_BYTES + sum(entry.unpacked + _BLOCK_BYTES for entry in missing.values())
+        if needed > self._image.free():
+            discard_partial(self._repo)
+        if needed > self._image.free():
+            raise self._image.space_error(needed)
 
     def _entries(self, offer: Offer) -> Sequence[ObjectSize]:
         if offer.depot is not None:
@@ -175,7 +181,7 @@ class Puller:
             self._repo.abort_transaction(None)
         except GLib.Error:
             pass  # the failure that led here is the one to report
-        if self._image.free() < _headroom_bytes() or "space" in getattr(error, "message_id", ""):
+        if self._image.free() < 2 * HEADROOM_BYTES or "space" in getattr(error, "message_id", ""):
             discard_partial(self._repo)
 
     def _depot_error(self, offer: Offer, error: GLib.Error) -> StowError:
@@ -214,7 +220,3 @@ def discard_partial(repo: OSTree.Repo) -> None:
             shutil.rmtree(entry, ignore_errors=True)
         elif entry.is_file() and not entry.name.endswith("-lock"):
             entry.unlink(missing_ok=True)
-
-
-def _headroom_bytes() -> int:
-    return 32 * 1000 * 1000

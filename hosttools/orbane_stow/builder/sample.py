@@ -84,7 +84,10 @@ def data(seed: str, size: int) -> bytes:
 
 
 def _write(path: Path, content: bytes, mode: int = 0o644) -> None:
+    missing = [parent for parent in path.parents if not parent.exists()]
     path.parent.mkdir(parents=True, exist_ok=True)
+    for parent in missing:
+        parent.chmod(0o755)  # whatever the caller's umask is
     path.write_bytes(content)
     path.chmod(mode)
 
