@@ -16,7 +16,7 @@ static_assert(sizeof(Head) == 16);
 }  // namespace
 
 bool LineQueue::DropIfFull() {
-  if (fill_.load(std::memory_order_relaxed) + sizeof(Head) <= capacity_) {
+  if (!refusing_.load(std::memory_order_relaxed)) {
     return false;
   }
   dropped_.fetch_add(1, std::memory_order_relaxed);
@@ -28,7 +28,8 @@ bool LineQueue::Push(int priority, std::time_t seconds, std::string_view context
   bool wake = false;
   {
     std::lock_guard lock(mutex_);
-    if (bytes_.size() + sizeof head + head.size > capacity_) {
+    if (refusing_.load(std::memory_order_relaxed) || bytes_.size() + sizeof head + head.size > capacity_) {
+      refusing_.store(true, std::memory_order_relaxed);
       dropped_.fetch_add(1, std::memory_order_relaxed);
       return false;
     }
@@ -38,7 +39,6 @@ bool LineQueue::Push(int priority, std::time_t seconds, std::string_view context
     bytes_.append(reinterpret_cast<char const*>(&head), sizeof head);
     bytes_.append(context);
     bytes_.append(text);
-    fill_.store(bytes_.size(), std::memory_order_relaxed);
     ++pushed_;
     wake = readerSleeps_;
     readerSleeps_ = false;
@@ -76,7 +76,7 @@ void LineQueue::Take(Batch& batch, Wait wait, std::chrono::milliseconds linger) 
   batch.position_ = batch.previous_ = 0;
   batch.bytes_.swap(bytes_);
   batch.dropped = dropped_.exchange(0, std::memory_order_relaxed);
-  fill_.store(0, std::memory_order_relaxed);
+  refusing_.store(false, std::memory_order_relaxed);
   taken_ = pushed_;
 }
 

@@ -19,8 +19,8 @@ class LineQueue {
   /// Holds lines of `capacity` bytes together, heads of 16 bytes each included.
   explicit LineQueue(std::size_t capacity) : capacity_(capacity) {}
 
-  /// False when the queue is full: the line then counts as dropped. `context` and `text` are stored one
-  /// behind the other, the raw bytes.
+  /// False when the queue is full: the line then counts as dropped, and so do all that follow until the
+  /// reader has taken what is there. `context` and `text` are stored one behind the other, the raw bytes.
   bool Push(int priority, std::time_t seconds, std::string_view context, std::string_view text);
   /// True when a Push would surely be refused. Counts one drop if so; meant to save the formatting.
   bool DropIfFull();
@@ -73,8 +73,8 @@ class LineQueue {
   std::mutex mutex_;
   std::condition_variable readerWake_;
   std::condition_variable flushWake_;
-  std::string bytes_;                 // records: a head, then the text
-  std::atomic<std::size_t> fill_{0};  // bytes_.size(), readable without the lock
+  std::string bytes_;                  // records: a head, then the text
+  std::atomic<bool> refusing_{false};  // a line was refused since the reader took the others
   std::atomic<std::uint64_t> dropped_{0};
   bool readerSleeps_ = false;  // in Take(Lines)
   unsigned flushers_ = 0;      // waiting in Flush

@@ -105,13 +105,14 @@ class BatchSender {
 SyslogWriter::SyslogWriter(std::string tag, std::string socketPath)
     : tag_(std::move(tag)), socketPath_(std::move(socketPath)), queue_(new LineQueue(kQueueBytes)) {}
 
-void SyslogWriter::Write(int priority, std::string_view context, std::string_view text) {
+bool SyslogWriter::Write(int priority, std::string_view context, std::string_view text) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME_COARSE, &now);  // lines show seconds
-  queue_->Push(priority, now.tv_sec, context, text);
+  bool const taken = queue_->Push(priority, now.tv_sec, context, text);
   if (!started_.load(std::memory_order_acquire)) {
     StartThread();
   }
+  return taken;
 }
 
 bool SyslogWriter::Flush(std::chrono::milliseconds limit) {

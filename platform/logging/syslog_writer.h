@@ -17,8 +17,8 @@ class SyslogWriter {
  public:
   SyslogWriter(std::string tag, std::string socketPath);
 
-  /// Any thread. Never blocks.
-  void Write(int priority, std::string_view context, std::string_view text);
+  /// Any thread. Never blocks. False when the line was dropped.
+  bool Write(int priority, std::string_view context, std::string_view text);
   /// True when a line would be dropped anyway; it then counts as dropped.
   bool DropIfFull() { return queue_->DropIfFull(); }
   bool Flush(std::chrono::milliseconds limit);

@@ -166,12 +166,12 @@ std::map<std::string, TaskInfo> SqliteTaskManager::list(int retries) {
     tasks.clear();
     SqliteHandle& database = session.database();
     {
-      Statement rows = database.Prepare("SELECT " TASK_COLUMNS " FROM task ORDER BY id");
+      Statement rows = database.Prepare("SELECT " TASK_COLUMNS " FROM task");
       TaskInfo info;
       while (rows.Step()) {
         ReadRow(rows, info);
         std::string id = info.id;
-        tasks.emplace_hint(tasks.end(), std::move(id), std::move(info));
+        tasks.emplace(std::move(id), std::move(info));
       }
     }
     auto const taskOf = [&tasks](Statement const& row) { return tasks.find(row.Text(0)); };
