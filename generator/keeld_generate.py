@@ -13,10 +13,10 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parent))
 
-from keeldgen import cpp, loader, writer  # noqa: E402
+from keeldgen import cpp, documents, loader, metadata, python_models, writer  # noqa: E402
 from keeldgen.yaml_nodes import DefinitionError  # noqa: E402
 
-OUTPUTS = {"cpp": cpp}
+OUTPUTS = {"cpp": cpp, "documents": documents, "metadata": metadata, "python": python_models}
 
 
 def main(arguments: list[str]) -> int:

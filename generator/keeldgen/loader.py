@@ -135,13 +135,15 @@ class _Loader:
         for word in operation.cli:
             if not _CLI_WORD.match(word):
                 body["cli"].fail(f"'{word}' is not a word of a command line")
-        if operation.cli and operation.cli in self._commands:
-            body["cli"].fail(f"the command '{' '.join(operation.cli)}' belongs to "
-                             f"{self._commands[operation.cli].full_name} already")
-        self._commands[operation.cli] = operation
+        if operation.cli:
+            other = self._commands.setdefault(operation.cli, operation)
+            if other is not operation:
+                body["cli"].fail(f"the command '{' '.join(operation.cli)}' belongs to {other.full_name} already")
         for privilege in operation.privileges:
             if not _PRIVILEGE.match(privilege):
                 body["privileges"].fail(f"'{privilege}' is not a privilege, as 'Software.View'")
+        if operation.authentication and not operation.privileges:
+            node.fail(f"'{name}' needs a user and so needs privileges")
         service.operations.append(operation)
 
     def _error_use(self, name: str, node: Node, scope: Scope) -> ErrorUse:

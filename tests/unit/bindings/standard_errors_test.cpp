@@ -3,6 +3,7 @@
 #include "bindings/com/orbane/lumo/std.h"
 #include "bindings/com/orbane/lumo/std/errors.h"
 #include "runtime/data/adapt.h"
+#include "runtime/json/error_code.h"
 
 namespace {
 
@@ -40,6 +41,8 @@ void ExpectError(std::string const& name, std::string const& type) {
   ASSERT_TRUE(errorType) << name;
   ASSERT_TRUE(As<StringValue>(errorType->Inner())) << name;
   EXPECT_EQ(As<StringValue>(errorType->Inner())->value(), type);
+
+  EXPECT_EQ(Lumo::Protocol::Json::RpcCode(bare->name()), E::kCode) << name;
 
   MessageList const list = {BaseMessage("an.id", "some text", {"a", "b"})};
   EXPECT_TRUE(DataValue::Equals(*ErrorFactory::GetError<E>(list), *MakeStandardError(name, list))) << name;
