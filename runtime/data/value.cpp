@@ -195,9 +195,7 @@ bool CompoundValue::GetField(std::string_view name, DataValuePtr& value, Message
     value = GetFieldValue(index);
     return true;
   }
-  std::string const text(name);
-  errors.emplace_back("lumo.data.field.missing", "Field '" + text + "' is missing.",
-                      std::list<std::string>{text});
+  errors.push_back(Message<CoreTag>::Make("lumo.data.field.missing", name));
   return false;
 }
 

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "runtime/json/base64.h"
+#include "runtime/json/reason.h"
 
 namespace Lumo::Protocol::Json {
 namespace {
@@ -102,7 +103,7 @@ DataValue const* Named(Data::Arena& arena, std::span<Member> members, std::size_
                        std::string& problem) {
   auto const* name = Data::As<StringValue>(members[annotation].value);
   if (!name) {
-    problem = "annotation '" + std::string(members[annotation].name) + "' wants a text";
+    problem = Concat({"annotation ", Quoted(members[annotation].name), " wants a text"});
     return nullptr;
   }
   bool const isError = members[annotation].name == Annotation::kError;
@@ -130,8 +131,8 @@ DataValue const* ResolveAnnotations(Data::Arena& arena, std::span<Member> member
       continue;
     }
     if (annotation < members.size()) {
-      problem = "annotations '" + std::string(members[annotation].name) + "' and '" + std::string(name) +
-                "' in one object";
+      problem =
+          Concat({"annotations ", Quoted(members[annotation].name), " and ", Quoted(name), " in one object"});
       return nullptr;
     }
     annotation = index;
@@ -146,15 +147,15 @@ DataValue const* ResolveAnnotations(Data::Arena& arena, std::span<Member> member
     if (wrapper.name != name)
       continue;
     if (members.size() > 1) {
-      problem = "annotation '" + std::string(name) + "' beside other members";
+      problem = Concat({"annotation ", Quoted(name), " beside other members"});
       return nullptr;
     }
     DataValue const* const value = wrapper.resolve(arena, members[0].value);
     if (!value)
-      problem = "annotation '" + std::string(name) + "' wants " + wrapper.wants;
+      problem = Concat({"annotation ", Quoted(name), " wants ", wrapper.wants});
     return value;
   }
-  problem = "unknown annotation '" + std::string(name) + "'";
+  problem = Concat({"unknown annotation ", Quoted(name)});
   return nullptr;
 }
 

@@ -11,6 +11,7 @@
 #include "runtime/data/arena.h"
 #include "runtime/json/annotations.h"
 #include "runtime/json/member_names.h"
+#include "runtime/json/reason.h"
 #include "runtime/json/text_scanner.h"
 
 namespace Lumo::Protocol::Json {
@@ -123,7 +124,7 @@ class Reader {
   DataValue const* Unexpected(char*& at, std::string_view wanted) {
     if (at >= end_)
       return Fail(at = end_, "the document ends too early");
-    return Fail(at, "expected " + std::string(wanted));
+    return Fail(at, Concat({"expected ", wanted}));
   }
 
   Arena& arena_;
@@ -139,7 +140,7 @@ class Reader {
 DataValue const* Reader::Begin(char*& at) {
   at = SkipSpace(at);
   if (depth_ > kMostValueDepth) {
-    return Fail(at, "values are nested deeper than " + std::to_string(kMostValueDepth));
+    return Fail(at, Concat({"values are nested deeper than ", std::to_string(kMostValueDepth)}));
   }
   switch (*at) {
     case '"':
@@ -213,7 +214,7 @@ DataValue const* Reader::Number(char*& at) {
 DataValue const* Reader::Literal(char*& at, std::string_view word, DataValue const* value) {
   for (char const character : word) {
     if (*at != character)
-      return Unexpected(at, "'" + std::string(word) + "'");
+      return Unexpected(at, Concat({"'", word, "'"}));
     ++at;
   }
   return value;
@@ -221,7 +222,7 @@ DataValue const* Reader::Literal(char*& at, std::string_view word, DataValue con
 
 DataValue const* Reader::Open(char*& at, bool isObject) {
   if (scratch_.frames.size() == kMostBrackets) {
-    return Fail(at, "brackets are nested deeper than " + std::to_string(kMostBrackets));
+    return Fail(at, Concat({"brackets are nested deeper than ", std::to_string(kMostBrackets)}));
   }
   std::size_t const firstChild = isObject ? scratch_.members.size() : scratch_.items.size();
   scratch_.frames.push_back({static_cast<std::uint32_t>(firstChild), static_cast<std::uint32_t>(at - begin_),
@@ -286,8 +287,8 @@ DataValue const* Reader::CloseObject(char*& at) {
                                              scratch_.members.end());
   std::size_t const duplicate = FindDuplicate(members, scratch_.order);
   if (duplicate < members.size()) {
-    return Fail(
-        at, "member '" + std::string(members[duplicate].name) + "' comes twice in the object that ends here");
+    return Fail(at, Concat({"member ", Quoted(members[duplicate].name),
+                            " comes twice in the object that ends here"}));
   }
   DataValue const* const value =
       frame.annotated ? Annotated(frame, members) : arena_.MakeCompound<Data::StructValue>({}, members);
@@ -312,7 +313,7 @@ DataValue const* Reader::Annotated(Frame const& frame, std::span<Arena::NamedChi
 }  // namespace
 
 std::string ReadProblem::Text() const {
-  return "cannot read JSON at offset " + std::to_string(offset) + ": " + reason;
+  return Concat({"cannot read JSON at offset ", std::to_string(offset), ": ", reason});
 }
 
 Data::DataValuePtr ReadDocument(std::string_view text, ReadForm form, ReadProblem& problem) {

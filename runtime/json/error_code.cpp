@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "runtime/json/document_reader.h"
+#include "runtime/json/reason.h"
 
 namespace Lumo::Protocol::Json {
 namespace {
@@ -71,7 +72,8 @@ std::shared_ptr<Data::ErrorValue const> MakeReadError(ReadProblem const& problem
 }
 
 std::shared_ptr<Data::ErrorValue const> MakeWriteError(std::string const& reason) {
-  return MakeJsonError(kInternalServerError, "lumo.json.write.error", "cannot write JSON: " + reason, reason);
+  return MakeJsonError(kInternalServerError, "lumo.json.write.error", Concat({"cannot write JSON: ", reason}),
+                       reason);
 }
 
 std::shared_ptr<Data::ErrorValue const> MakeJsonError(std::string_view identifier,
