@@ -2,7 +2,6 @@
 #pragma once
 
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -38,12 +37,10 @@ class TextSink {
   }
   /// The text in quotes, with the escapes that JSON asks for. Bytes that aren't UTF-8 become U+FFFD.
   void Text(std::string_view text);
-  void Integer(long long value) {
-    Need(kLongestNumber);
-    next_ = std::to_chars(next_, next_ + kLongestNumber, value).ptr;
-  }
-  /// The shortest text that reads back as the same double, always with a fraction or an exponent. `value` is
-  /// finite.
+  /// A comma where `comma` says so, the text as Text writes it, and a colon.
+  void Member(bool comma, std::string_view name);
+  void Integer(long long value);
+  /// A text that reads back as the same double, always with a fraction or an exponent. `value` is finite.
   void Real(double value);
   /// `bytes` in base64, in quotes.
   void Base64(std::string_view bytes);
@@ -52,14 +49,16 @@ class TextSink {
   std::size_t Size() const { return out_.size() + static_cast<std::size_t>(next_ - buffer_.data()); }
 
  private:
-  static constexpr std::size_t kBuffer = 2048;
-  static constexpr std::size_t kLongestNumber = 32;  // "-1.7976931348623157e+308" and what Real may add
+  static constexpr std::size_t kBuffer = 4096;
+  static constexpr std::size_t kLongestNumber = 32;  // more than "-1.7976931348623157e308"
+  static constexpr std::size_t kShortText = 512;     // texts that are copied into the buffer at one go
 
   void Need(std::size_t count) {
     if (static_cast<std::size_t>(buffer_.data() + kBuffer - next_) < count)
       Flush();
   }
   void Flush();
+  void LongText(std::string_view text);
   void Escaped(std::string_view text);
 
   std::string& out_;

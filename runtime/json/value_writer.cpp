@@ -17,7 +17,7 @@ using Data::ListValue;
 using Data::OptionalValue;
 
 constexpr char const* kBadEntry = "an entry of a map isn't a structure of key and value";
-constexpr char const* kBadKey = "a key of a map is no scalar";
+constexpr char const* kBadKey = "a key of a map is neither a text nor a number";
 constexpr char const* kNotFinite = "a number is infinite or none at all";
 
 // What an optional comes to in the direct form: the value inside, null for an unset one.
@@ -90,9 +90,9 @@ class TreeWriter {
 
   static constexpr bool kFull = form == WriteForm::Full;
 
-  // Writes a scalar whole; of a container the opening, for Step to go on with.
-  void Value(DataValue const* value);
-  // Writes one child of the innermost container, or its end.
+  // Writes a scalar whole and gives false; of a container the opening, for Step to go on with.
+  bool Value(DataValue const* value);
+  // Writes children of the innermost container up to one that is a container, or to its end.
   void Step(Level& level);
   void StepList(Level& level);
   void StepMap(Level& level);
@@ -101,20 +101,18 @@ class TreeWriter {
 
   void OpenList(ListValue const& list);
   void OpenCompound(CompoundValue const& compound);
+  bool MayGoOn() const { return form != WriteForm::Log || sink_.Size() < limit_; }
   void Double(double value);
-  void MapKey(DataValue const* key);
+  void Secret(std::string_view text);
+  void MapKey(Level& level, DataValue const* key);
 
   void Wrapper(std::string_view annotation) {
     sink_.Put('{');
-    sink_.Text(annotation);
-    Colon();
-  }
-  void Colon() {
-    sink_.Put(':');
+    sink_.Member(false, annotation);
     if (indent_ > 0)
       sink_.Put(' ');
   }
-  // Before a child: the comma that it needs, and its line.
+  // Before an item: the comma that it needs, and its line.
   void Separate(Level& level) {
     if (!level.empty)
       sink_.Put(',');
@@ -122,14 +120,28 @@ class TreeWriter {
     if (indent_ > 0)
       NewLine(open_.Depth());
   }
+  // Everything of a member but its value.
+  void Name(Level& level, std::string_view name) {
+    if (indent_ == 0) {
+      sink_.Member(!level.empty, name);
+      level.empty = false;
+      return;
+    }
+    Separate(level);
+    sink_.Member(false, name);
+    sink_.Put(' ');
+  }
   void NewLine(std::size_t depth) {
     sink_.Put('\n');
     sink_.Blanks(depth * indent_);
   }
-  void Close(Level const& level, std::string_view end) {
+  // `wrapped`: inside an annotation's object, which ends too.
+  void Close(Level const& level, char end, bool wrapped = false) {
     if (indent_ > 0 && !level.empty)
       NewLine(open_.Depth() - 1);
-    sink_.Raw(end);
+    sink_.Put(end);
+    if (wrapped)
+      sink_.Put('}');
     open_.Pop();
   }
 
@@ -141,23 +153,26 @@ class TreeWriter {
 };
 
 template <WriteForm form>
-void TreeWriter<form>::Value(DataValue const* value) {
+bool TreeWriter<form>::Value(DataValue const* value) {
   if (!kFull)
     value = Unwrap(value);
-  if (!value)
-    return sink_.Raw("null");
-  switch (value->KindTag()) {
+  switch (value ? value->KindTag() : Kind::Void) {
     case Kind::Void:
-      return sink_.Raw("null");
+      sink_.Raw("null");
+      return false;
     case Kind::Boolean:
-      return sink_.Raw(static_cast<Data::BooleanValue const*>(value)->value() ? "true" : "false");
+      sink_.Raw(static_cast<Data::BooleanValue const*>(value)->value() ? "true" : "false");
+      return false;
     case Kind::Integer:
-      return sink_.Integer(static_cast<Data::IntegerValue const*>(value)->value());
+      sink_.Integer(static_cast<Data::IntegerValue const*>(value)->value());
+      return false;
     case Kind::Double:
-      return Double(static_cast<Data::DoubleValue const*>(value)->value());
+      Double(static_cast<Data::DoubleValue const*>(value)->value());
+      return false;
     case Kind::String: {
       std::string_view const text = static_cast<Data::StringValue const*>(value)->value();
-      return sink_.Text(form == WriteForm::Log ? text.substr(0, limit_) : text);
+      sink_.Text(form == WriteForm::Log ? text.substr(0, limit_) : text);
+      return false;
     }
     case Kind::Binary:
       if (kFull)
@@ -165,26 +180,35 @@ void TreeWriter<form>::Value(DataValue const* value) {
       sink_.Base64(static_cast<Data::BinaryValue const*>(value)->value());
       if (kFull)
         sink_.Put('}');
-      return;
+      return false;
     case Kind::Secret:
-      if (form == WriteForm::Log)
-        return sink_.Raw("\"***\"");
-      if (kFull)
-        Wrapper(Annotation::kSecret);
-      sink_.Text(static_cast<Data::SecretValue const*>(value)->value());
-      if (kFull)
-        sink_.Put('}');
-      return;
+      Secret(static_cast<Data::SecretValue const*>(value)->value());
+      return false;
     case Kind::Optional:
       Wrapper(Annotation::kOptional);
-      return open_.Push(value, Shape::Optional);
+      open_.Push(value, Shape::Optional);
+      return true;
     case Kind::List:
     case Kind::EnumSet:
-      return OpenList(static_cast<ListValue const&>(*value));
+      OpenList(static_cast<ListValue const&>(*value));
+      return true;
     case Kind::Structure:
     case Kind::Error:
-      return OpenCompound(static_cast<CompoundValue const&>(*value));
+      OpenCompound(static_cast<CompoundValue const&>(*value));
+      return true;
   }
+  return false;
+}
+
+template <WriteForm form>
+void TreeWriter<form>::Secret(std::string_view text) {
+  if (form == WriteForm::Log)
+    return sink_.Raw("\"***\"");
+  if (kFull)
+    Wrapper(Annotation::kSecret);
+  sink_.Text(text);
+  if (kFull)
+    sink_.Put('}');
 }
 
 template <WriteForm form>
@@ -219,9 +243,7 @@ void TreeWriter<form>::OpenCompound(CompoundValue const& compound) {
   open_.Push(&compound, Shape::Compound);
   if (!kFull)
     return;
-  Separate(open_.Top());
-  sink_.Text(compound.KindTag() == Kind::Error ? Annotation::kError : Annotation::kStruct);
-  Colon();
+  Name(open_.Top(), compound.KindTag() == Kind::Error ? Annotation::kError : Annotation::kStruct);
   sink_.Text(compound.name());
 }
 
@@ -229,8 +251,8 @@ template <WriteForm form>
 void TreeWriter<form>::Step(Level& level) {
   switch (level.shape) {
     case Shape::Optional:
-      if (level.next++ == 0)
-        return Value(static_cast<OptionalValue const*>(level.value)->Inner());
+      if (level.next++ == 0 && Value(static_cast<OptionalValue const*>(level.value)->Inner()))
+        return;
       sink_.Put('}');
       return open_.Pop();
     case Shape::List:
@@ -247,80 +269,85 @@ void TreeWriter<form>::Step(Level& level) {
 template <WriteForm form>
 void TreeWriter<form>::StepList(Level& level) {
   auto const& list = static_cast<ListValue const&>(*level.value);
-  if (level.next == list.size())
-    return Close(level, kFull && list.form() != ListValue::Form::List ? "]}" : "]");
-  Separate(level);
-  Value(list.Item(level.next++));
+  while (level.next < list.size()) {
+    Separate(level);
+    if (Value(list.Item(level.next++)) || problem_ || !MayGoOn())
+      return;
+  }
+  Close(level, ']', kFull && list.form() != ListValue::Form::List);
 }
 
 template <WriteForm form>
 void TreeWriter<form>::StepMap(Level& level) {
   auto const& list = static_cast<ListValue const&>(*level.value);
-  if (level.next == list.size())
-    return Close(level, kFull ? "]}" : "}");
-  CompoundValue const* const entry = MapEntry(list.Item(level.next++));
-  if (!entry) {
-    problem_ = kBadEntry;
-    return;
+  while (level.next < list.size()) {
+    CompoundValue const* const entry = MapEntry(list.Item(level.next++));
+    if (!entry) {
+      problem_ = kBadEntry;
+      return;
+    }
+    if (kFull) {
+      Separate(level);
+      sink_.Put('{');
+      return open_.Push(entry, Shape::Entry);
+    }
+    MapKey(level, Unwrap(entry->FieldValue(0)));
+    if (Value(entry->FieldValue(1)) || problem_ || !MayGoOn())
+      return;
   }
-  Separate(level);
-  if (kFull) {
-    sink_.Put('{');
-    return open_.Push(entry, Shape::Entry);
-  }
-  MapKey(Unwrap(entry->FieldValue(0)));
-  Colon();
-  Value(entry->FieldValue(1));
+  Close(level, kFull ? ']' : '}', kFull);
 }
 
 template <WriteForm form>
 void TreeWriter<form>::StepEntry(Level& level) {
   auto const& entry = static_cast<CompoundValue const&>(*level.value);
-  if (level.next == entry.size())
-    return Close(level, "}");
-  Separate(level);
-  sink_.Text(level.next == 0 ? kMapKey : kMapValue);
-  Colon();
-  Value(entry.FieldValue(level.next++));
+  while (level.next < entry.size()) {
+    Name(level, level.next == 0 ? kMapKey : kMapValue);
+    if (Value(entry.FieldValue(level.next++)) || problem_)
+      return;
+  }
+  Close(level, '}');
 }
 
 template <WriteForm form>
 void TreeWriter<form>::StepCompound(Level& level) {
   auto const& compound = static_cast<CompoundValue const&>(*level.value);
-  if (level.next == compound.size())
-    return Close(level, "}");
-  std::size_t const index = level.next++;
-  DataValue const* const field = compound.FieldValue(index);
-  std::string_view const name = compound.FieldName(index);
-  if (!kFull && field && field->KindTag() == Kind::Optional && !Unwrap(field))
-    return;
-  Separate(level);
-  if (kFull && name.starts_with('@')) {
-    sink_.Text(Annotation::kEscape + std::string(name));
-  } else {
-    sink_.Text(name);
+  while (level.next < compound.size()) {
+    std::size_t const index = level.next++;
+    DataValue const* const field = compound.FieldValue(index);
+    if (!kFull && field && field->KindTag() == Kind::Optional && !Unwrap(field))
+      continue;
+    std::string_view const name = compound.FieldName(index);
+    if (kFull && name.starts_with('@')) {
+      Name(level, Annotation::kEscape + std::string(name));
+    } else {
+      Name(level, name);
+    }
+    if (Value(field) || problem_ || !MayGoOn())
+      return;
   }
-  Colon();
-  Value(field);
+  Close(level, '}');
 }
 
 // A member's name in the direct form of a map.
 template <WriteForm form>
-void TreeWriter<form>::MapKey(DataValue const* key) {
-  Kind const kind = key ? key->KindTag() : Kind::Void;
-  bool const isText = kind == Kind::String || (kind == Kind::Secret && form != WriteForm::Log);
-  if (isText)
-    return sink_.Text(static_cast<Data::TextStorage const*>(key)->value());
-  bool const inQuotes = kind == Kind::Boolean || kind == Kind::Integer || kind == Kind::Double;
-  if (!inQuotes && kind != Kind::Binary && kind != Kind::Secret) {
-    problem_ = kBadKey;
-    return;
+void TreeWriter<form>::MapKey(Level& level, DataValue const* key) {
+  switch (key ? key->KindTag() : Kind::Void) {
+    case Kind::String:
+      return Name(level, static_cast<Data::StringValue const*>(key)->value());
+    case Kind::Boolean:
+    case Kind::Integer:
+    case Kind::Double: {
+      std::string text;
+      {
+        TextSink sink(text);
+        problem_ = TreeWriter<form>(sink, 0, limit_).Run(key);
+      }
+      return Name(level, text);
+    }
+    default:
+      problem_ = kBadKey;
   }
-  if (inQuotes)
-    sink_.Put('"');
-  Value(key);
-  if (inQuotes)
-    sink_.Put('"');
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ FormCase const kForms[] = {
      "9223372036854775807"},
     {"whole double", DoubleValue::GetInstance(5), "5.0", "5.0"},
     {"double", DoubleValue::GetInstance(0.1), "0.1", "0.1"},
-    {"large double", DoubleValue::GetInstance(1e300), "1e+300", "1e+300"},
+    {"large double", DoubleValue::GetInstance(1e300), "1e300", "1e300"},
     {"negative zero", DoubleValue::GetInstance(-0.0), "-0.0", "-0.0"},
     {"text", Str("a\"b\\c\n\t\x01 \xC3\xA4\xF0\x9F\x98\x80"),
      "\"a\\\"b\\\\c\\n\\t\\u0001 \xC3\xA4\xF0\x9F\x98\x80\"",
