@@ -312,10 +312,6 @@ DataValue const* Reader::Annotated(Frame const& frame, std::span<Arena::NamedChi
 
 }  // namespace
 
-std::string ReadProblem::Text() const {
-  return Concat({"cannot read JSON at offset ", std::to_string(offset), ": ", reason});
-}
-
 Data::DataValuePtr ReadDocument(std::string_view text, ReadForm form, ReadProblem& problem) {
   problem = {};
   auto refuse = [&problem](std::size_t offset, char const* reason) {

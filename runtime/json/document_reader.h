@@ -31,8 +31,6 @@ struct ReadProblem {
   std::string reason;
 
   explicit operator bool() const noexcept { return cause != Cause::None; }
-  /// "cannot read JSON at offset 12: …"
-  std::string Text() const;
 };
 
 /// Reads one whole document. Null with `problem` set when it isn't one; in the form Envelope `problem` may be

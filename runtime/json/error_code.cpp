@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "runtime/json/document_reader.h"
-#include "runtime/json/reason.h"
 
 namespace Lumo::Protocol::Json {
 namespace {
@@ -65,21 +64,14 @@ std::string_view RpcMessage(Data::ErrorValue const& error) {
 
 std::shared_ptr<Data::ErrorValue const> MakeReadError(ReadProblem const& problem) {
   bool const isDocument = problem.cause == ReadProblem::Cause::Document;
-  MessageList const messages{{isDocument ? "lumo.json.parse.error" : "lumo.json.annotation.error",
-                              problem.Text(),
-                              {std::to_string(problem.offset), problem.reason}}};
-  return Data::ErrorValue::Create(isDocument ? kJsonParseError : kInvalidArgument, messages);
+  char const* const id = isDocument ? "lumo.json.parse.error" : "lumo.json.annotation.error";
+  return Data::ErrorValue::Create(isDocument ? kJsonParseError : kInvalidArgument,
+                                  {Message<CoreTag>::Make(id, problem.offset, problem.reason)});
 }
 
-std::shared_ptr<Data::ErrorValue const> MakeWriteError(std::string const& reason) {
-  return MakeJsonError(kInternalServerError, "lumo.json.write.error", Concat({"cannot write JSON: ", reason}),
-                       reason);
-}
-
-std::shared_ptr<Data::ErrorValue const> MakeJsonError(std::string_view identifier,
-                                                      std::string const& messageId, std::string const& text,
-                                                      std::string const& argument) {
-  return Data::ErrorValue::Create(identifier, {BaseMessage(messageId, text, {argument})});
+std::shared_ptr<Data::ErrorValue const> MakeWriteError(char const* reason) {
+  return Data::ErrorValue::Create(kInternalServerError,
+                                  {Message<CoreTag>::Make("lumo.json.write.error", reason)});
 }
 
 }  // namespace Lumo::Protocol::Json

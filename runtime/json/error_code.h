@@ -1,9 +1,7 @@
 // The errors of the readers and writers of this folder, and the numbers of all errors on the wire.
 #pragma once
 
-#include <cstddef>
 #include <memory>
-#include <string>
 #include <string_view>
 
 #include "runtime/data/value.h"
@@ -28,11 +26,6 @@ struct ReadProblem;
 std::shared_ptr<Data::ErrorValue const> MakeReadError(ReadProblem const& problem);
 
 /// internal_server_error: a value can't be written, because `reason`.
-std::shared_ptr<Data::ErrorValue const> MakeWriteError(std::string const& reason);
-
-/// An error of one message with that id, text and argument.
-std::shared_ptr<Data::ErrorValue const> MakeJsonError(std::string_view identifier,
-                                                      std::string const& messageId, std::string const& text,
-                                                      std::string const& argument);
+std::shared_ptr<Data::ErrorValue const> MakeWriteError(char const* reason);
 
 }  // namespace Lumo::Protocol::Json

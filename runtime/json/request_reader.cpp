@@ -91,21 +91,21 @@ char const* ReadMethod(Data::CompoundValue const& envelope, Request& request) {
 char const* ReadParams(Data::CompoundValue const& envelope, Data::DataValuePtr& params) {
   static Data::DataValuePtr const none = Data::StructValue::GetInstance("");
   MessageList ignored;
-  if (!envelope.GetField("params", params, ignored)) {
-    params = none;
+  params = none;
+  if (!envelope.HasField("params"))
     return nullptr;
-  }
+  envelope.GetField("params", params, ignored);
   auto const* list = Data::As<Data::ListValue>(params.get());
   bool const isObject = list ? list->form() != Data::ListValue::Form::List : !IsPlainScalar(*params);
   return isObject ? nullptr : "'params' isn't an object";
 }
 
-// `text` is the whole message.
-ErrorPtr InvalidRequest(std::string const& text) {
-  return MakeJsonError(kInvalidRequest, "lumo.json.invalid.request", text, text);
+ErrorPtr InvalidRequest(char const* messageId, std::string const& reason) {
+  return Data::ErrorValue::Create(kInvalidRequest, {Message<CoreTag>::Make(messageId, reason)});
 }
 
 bool ReadRequest(std::string_view body, Request& request, ErrorPtr& error) {
+  error = nullptr;
   ReadProblem problem;
   request.document = ReadDocument(body, ReadForm::Envelope, problem);
   if (!request.document) {
@@ -122,12 +122,11 @@ bool ReadRequest(std::string_view body, Request& request, ErrorPtr& error) {
   if (!reason)
     reason = ReadParams(*envelope, request.input);
   if (reason) {
-    error = InvalidRequest(std::string("invalid request: ") + reason);
+    error = InvalidRequest("lumo.json.invalid.request", reason);
   } else if (problem) {
     error = MakeReadError(problem);
   } else if (!Data::As<Data::StructValue>(request.input.get())) {
-    error =
-        MakeJsonError(kInvalidArgument, "lumo.json.invalid.params", "'params' isn't a structure", "params");
+    error = Data::ErrorValue::Create(kInvalidArgument, {Message<CoreTag>::Make("lumo.json.invalid.params")});
   }
   return !error;
 }
@@ -153,7 +152,7 @@ bool JsonApiRequestDeserializer::Deserialize(std::string_view body, Core::ApiReq
   std::error_code const refused =
       visitor.Visit(request.id, method, request.input, std::make_shared<Core::ExecutionContext>());
   if (refused)
-    error = InvalidRequest(refused.message());
+    error = InvalidRequest("lumo.json.request.refused", refused.message());
   return !refused;
 }
 

@@ -74,6 +74,7 @@ class EnvelopeWriter {
 // Runs `write` on a writer. When it gives a problem, `out` is as before and `error` is set.
 template <typename Write>
 void WriteEnvelope(bool direct, unsigned long indent, ORange& out, ErrorPtr& error, Write const& write) {
+  error = nullptr;
   std::size_t const before = out.size();
   char const* problem = nullptr;
   {

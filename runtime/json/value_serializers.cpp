@@ -14,6 +14,7 @@ using ErrorPtr = std::shared_ptr<Data::ErrorValue const>;
 
 void Write(WriteForm form, unsigned long indent, Data::DataValuePtr const& value, ORange& out,
            ErrorPtr& error) {
+  error = nullptr;
   std::size_t const before = out.size();
   char const* problem = nullptr;
   {
@@ -29,8 +30,7 @@ void Write(WriteForm form, unsigned long indent, Data::DataValuePtr const& value
 Data::DataValuePtr Read(ReadForm form, std::string_view text, ErrorPtr& error) {
   ReadProblem problem;
   Data::DataValuePtr value = ReadDocument(text, form, problem);
-  if (problem)
-    error = MakeReadError(problem);
+  error = problem ? MakeReadError(problem) : nullptr;
   return value;
 }
 
