@@ -13,7 +13,8 @@ from orbane_stow.depot import DepotSet
 from orbane_stow.errors import ImageSpaceError, StowError
 from orbane_stow.fetch import DepotUrl
 from orbane_stow.image import ImageRoot
-from orbane_stow.ostree import Gio
+from orbane_stow.live import bring_live, running_image
+from orbane_stow.ostree import Gio, OSTree
 from orbane_stow.pull import Puller, discard_partial
 from orbane_stow.spec import SoftwareSpec, read_spec
 from orbane_stow.task_run import WARNING, Task
@@ -26,6 +27,8 @@ REBOOT = "com.orbane.ryn.stow.apply.reboot"
 MAINTENANCE = "com.orbane.ryn.stow.apply.maintenance"
 QUICK_PATCHED = "com.orbane.ryn.stow.apply.quickpatch"
 QUICK_PATCH_REFUSED = "com.orbane.ryn.stow.apply.quickpatch.refused"
+QUICK_PATCH_FAILED = "com.orbane.ryn.stow.apply.quickpatch.failed"
+QUICK_PATCH_LATE = "com.orbane.ryn.stow.apply.quickpatch.late"
 UNTIDY = "com.orbane.ryn.stow.apply.untidy"
 STAGED = "com.orbane.ryn.stow.stage.done"
 
@@ -83,8 +86,10 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
         if deployed and resolved.composition.identity() == deployed.identity():
             task.notify(NOTHING, _image_name(deployed))
             return ""
+        previous = work.image.deployment()
         try:
             work.pull(resolved)
+            running = running_image(work.image)
             commit = compose(work.image, resolved, work.cancellable)
             work.progress.step("compose")
             deploy(work.image, commit, work.cancellable, task.termination)
@@ -94,7 +99,10 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
         work.progress.step("deploy")
         _tidy(work, resolved)
         work.progress.step("tidy")
-        _tell(work, deployed, resolved.composition, quick_patch)
+        impact = change_impact(deployed, resolved.composition, quick_patch)
+        live = impact != "REBOOT" and _bring_live(work, running, previous, commit)
+        task.notify(APPLIED if deployed else FIRST, _image_name(resolved.composition))
+        _tell_impact(task, impact, quick_patch, live)
     return ""
 
 
@@ -127,12 +135,22 @@ def _image_name(composition: Composition) -> str:
     return f"{composition.base.display_name} {composition.base.display_version}{with_components}"
 
 
-def _tell(work: _Work, old: Composition | None, new: Composition, quick_patch: bool) -> None:
-    task = work.task
-    task.notify(APPLIED if old else FIRST, _image_name(new))
-    impact = change_impact(old, new, quick_patch)
-    if impact == "REBOOT":
-        if quick_patch:
+def _bring_live(work: _Work, running: str | None, previous: OSTree.Deployment | None, commit: str) -> bool:
+    """Brings the new image into the running system if that has the image before it; tells why when it can't be."""
+    if running is None or previous is None or running != previous.get_csum():
+        work.task.notify(QUICK_PATCH_LATE)
+        return False
+    try:
+        bring_live(work.image, running, commit, None)
+        return True
+    except StowError as error:  # the new image comes into use with the next restart all the same
+        work.task.notify(QUICK_PATCH_FAILED, error, kind=WARNING)
+        return False
+
+
+def _tell_impact(task: Task, impact: str, quick_patch: bool, live: bool) -> None:
+    if not live:
+        if quick_patch and impact == "REBOOT":
             task.notify(QUICK_PATCH_REFUSED)
         task.notify(REBOOT)
         return

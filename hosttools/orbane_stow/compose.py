@@ -29,6 +29,7 @@ def _write(repo: OSTree.Repo, resolved: Resolved, cancellable: Gio.Cancellable) 
         for part in composition.parts()[1:]:
             root = repo.read_commit(part.checksum, cancellable)[1]
             repo.write_directory_to_mtree(root, tree, None, cancellable)
+        _ensure_configuration(tree)
         root = repo.write_mtree(tree, cancellable)[1]
         metadata = {
             METADATA_KEY: GLib.Variant("s", composition.to_text()),
@@ -43,6 +44,17 @@ def _write(repo: OSTree.Repo, resolved: Resolved, cancellable: Gio.Cancellable) 
     except BaseException:
         repo.abort_transaction(None)
         raise
+
+
+def _ensure_configuration(tree: OSTree.MutableTree) -> None:
+    """Makes usr/etc where no part has it: a deployment merges it with the host's changes, even when it is empty."""
+    if "etc" in tree.get_subdirs():
+        return  # another way to bring it, which libostree takes too
+    system = tree.ensure_dir("usr")[1]
+    configuration = system.ensure_dir("etc")[1]
+    for folder, parent in ((system, tree), (configuration, system)):
+        if not folder.get_metadata_checksum():
+            folder.set_metadata_checksum(parent.get_metadata_checksum())
 
 
 def _commit_time(repo: OSTree.Repo, part: Part) -> int:

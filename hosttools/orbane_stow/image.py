@@ -74,12 +74,6 @@ class ImageRoot:
         """All deployments of the host's image, the default one first."""
         return [d for d in self._sysroot.get_deployments() if d.get_osname() == self.os_name]
 
-    def needs_reboot(self) -> bool:
-        """Whether the host runs from another deployment than the default one."""
-        booted = self._sysroot.get_booted_deployment()
-        deployment = self.deployment()
-        return booted is not None and deployment is not None and not booted.equal(deployment)
-
     def composition_of(self, commit: str) -> Composition | None:
         """What the image of a commit consists of; None for one that this tool did not compose."""
         variant = self.repo.load_variant(OSTree.ObjectType.COMMIT, commit)[1]

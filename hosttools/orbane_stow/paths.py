@@ -9,6 +9,7 @@ TASK_DATABASE = STATE_DIR / "task-status.json.db"
 GATE_FILE = STATE_DIR / "lifecycle.task"
 SPEC_PREFIX = "swspec-"
 
+LIVE_IMAGE = Path("/run/orbane/lifecycle.live-image")
 PREFERENCES = Path("/etc/orbane/preferences.conf")
 DEFAULT_IMAGE_ROOT = "/var/lib/orbane/sysroot"
 CATALOGUE_DIR = Path("/usr/lib/orbane/configmanager/locale/en")

@@ -10,6 +10,7 @@ from orbane_stow.composition import Composition, HostSource, Resolved, change_im
 from orbane_stow.depot import DepotSet, Offer
 from orbane_stow.errors import (BaseMissingError, ComponentMissingError, SolutionMissingError, StowError)
 from orbane_stow.image import ImageRoot
+from orbane_stow.live import running_image
 from orbane_stow.parts import BASE, COMPONENT, IMPACTS, SOLUTION, Part
 from orbane_stow.pull import is_held
 from orbane_stow.results import DAEMON, mapping, notifications, optional, struct, to_text
@@ -32,7 +33,7 @@ def scan(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: boo
     source = _TolerantSource(HostSource(DepotSet(addresses, task.termination.check), deployed), task)
     resolved = resolve(spec, source)
     progress.step("resolve")
-    if deployed is not None and image.needs_reboot():
+    if deployed is not None and running_image(image) != image.deployment().get_csum():
         task.notify(PENDING_REBOOT, kind=WARNING)
     staged = not source.missing and is_held(image, resolved.offers)
     return to_text(_Comparison(deployed, resolved, source.missing, quick_patch).result(staged, task.told))

@@ -248,6 +248,16 @@ def test_a_new_stage_replaces_the_last_one(host: Host, depot: TinyDepot) -> None
     assert second["pulled_bytes"] == 0
 
 
+def test_a_base_without_configuration(host: Host, depot: TinyDepot) -> None:
+    for version in ("1", "2"):
+        depot.add("base", "bare", f"{version}b", {f"usr/lib/modules/6.{version}/vmlinuz": "k", "usr/lib/os-release": "ID=x"})
+    host.succeed("apply", spec("1b"), [depot.url])
+    (deployments()[0] / "etc/own.conf").write_text("mine")
+    host.succeed("apply", spec("2b"), [depot.url])
+    assert (deployments()[0] / "etc/own.conf").read_text() == "mine"
+    check_whole(deployments()[0])
+
+
 def test_the_configuration_of_the_host_survives(host: Host, depot: TinyDepot) -> None:
     host.succeed("apply", spec("1"), [depot.url])
     (deployments()[0] / "etc/own.conf").write_text("mine")
