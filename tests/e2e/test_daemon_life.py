@@ -1,0 +1,302 @@
+"""The daemon's own life: what it finds and leaves at start, where it listens, how it ends."""
+
+from __future__ import annotations
+
+import concurrent.futures
+import contextlib
+import os
+import pathlib
+import re
+import resource
+import signal
+import socket
+import sys
+import threading
+from collections.abc import Iterator
+
+import pytest
+from harness.daemon import Daemon
+from harness.syslog import SystemLog
+from harness.waiting import PATIENCE, wait_for
+from harness.wire import PORT, TASKS, ApiError, Rpc, is_listening
+
+sys.path.insert(0, "/usr/lib/orbane/python")
+
+from orbane_taskdb import TaskManager  # noqa: E402
+
+STATE = pathlib.Path("/var/orbane/lifecycle")
+GATE = STATE / "lifecycle.task"
+APPLY_PID = STATE / "lifecycle.apply.pid"
+DATABASE = STATE / "task-status.json.db"
+METADATA = pathlib.Path("/usr/lib/orbane/lifecycle/metadata")
+MODULES = pathlib.Path("/usr/lib/orbane/configmanager/apply_modules")
+SERVICES = pathlib.Path("/etc/services")
+INTROSPECTION = "com.orbane.lumo.std.introspection"
+
+# In the order in which they are loaded.
+METADATA_FILES = [
+    ("cli", "keeld_lumo_cli.json"),
+    ("cli", "lumo_common_cli.json"),
+    ("metamodel", "keeld_lumo_metamodel.json"),
+    ("metamodel", "lumo_common_metamodel.json"),
+    ("authn", "keeld_lumo_authentication.json"),
+]
+
+
+@contextlib.contextmanager
+def replaced(path: pathlib.Path, content: bytes | None) -> Iterator[bytes]:
+    """Replaces a file, or takes it away, and puts the original back; gives the original's bytes."""
+    original = path.read_bytes()
+    path.unlink()
+    if content is not None:
+        path.write_bytes(content)
+    try:
+        yield original
+    finally:
+        path.unlink(missing_ok=True)
+        path.write_bytes(original)
+
+
+@contextlib.contextmanager
+def taken(family: socket.AddressFamily, address: str) -> Iterator[None]:
+    """Listens at the daemon's port on one address, so that the daemon cannot."""
+    with socket.socket(family, socket.SOCK_STREAM) as listener:
+        listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+        if family == socket.AF_INET6:
+            listener.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+        listener.bind((address, PORT))
+        listener.listen()
+        yield
+
+
+def died_at_start(daemon: Daemon) -> str:
+    """Starts the daemon, which has to end itself by abort; gives what it wrote to its standard streams."""
+    daemon.launch(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)))
+    assert daemon.process is not None
+    assert daemon.process.wait(PATIENCE) == -signal.SIGABRT
+    return daemon.output()
+
+
+def listening() -> set[tuple[str, str]]:
+    """Tables and local addresses, as the kernel prints them, of all sockets that listen at the daemon's port."""
+    found = set()
+    for table in ("tcp", "tcp6"):
+        for line in pathlib.Path(f"/proc/net/{table}").read_text().splitlines()[1:]:
+            words = line.split()
+            address, port = words[1].split(":")
+            if words[3] == "0A" and int(port, 16) == PORT:
+                found.add((table, address))
+    return found
+
+
+def threads(daemon: Daemon) -> int:
+    """How many threads the daemon has."""
+    return len(os.listdir(f"/proc/{daemon.pid}/task"))
+
+
+# --- what it finds at start ---
+
+
+def test_stale_gate_is_removed(stopped_daemon: Daemon) -> None:
+    GATE.write_text("PRECURSOR: 0d6e4079-e367-4ec5-a3f6-6f1f2a4b1b11")
+    stopped_daemon.start()
+    assert not GATE.exists()
+
+
+def test_start_without_a_gate_has_nothing_to_report(daemon: Daemon, syslog: SystemLog) -> None:
+    syslog.wait("HTTP endpoint listening on TCP port 7433")
+    assert [entry for entry in syslog.entries() if entry.severity in ("err", "warning")] == []
+
+
+def test_task_records_do_not_survive_a_restart(daemon: Daemon, rpc: Rpc) -> None:
+    TaskManager(str(DATABASE)).create_task("6f1c2d3e-0000-4000-8000-000000000001")
+    assert list(rpc.tasks()) == ["6f1c2d3e-0000-4000-8000-000000000001"]
+    daemon.restart()
+    assert rpc.tasks() == {}
+
+
+def test_damaged_database_is_replaced(stopped_daemon: Daemon, rpc: Rpc) -> None:
+    DATABASE.write_bytes(b"not a database at all" * 500)
+    stopped_daemon.start()
+    assert rpc.tasks() == {}
+
+
+def test_apply_pid_file_is_left_alone(stopped_daemon: Daemon) -> None:
+    APPLY_PID.write_text("PRECURSOR: x")
+    stopped_daemon.start()
+    assert APPLY_PID.read_text() == "PRECURSOR: x"
+
+
+# --- what must be there ---
+
+
+def test_metadata_is_loaded_in_order(daemon: Daemon, syslog: SystemLog) -> None:
+    syslog.wait("HTTP endpoint listening")
+    assert [entry.text for entry in syslog.find("^Loading .* metadata file: ")] == [
+        f"Loading {kind} metadata file: {METADATA / name}" for kind, name in METADATA_FILES]
+
+
+@pytest.mark.parametrize("content", [None, b"", b"{", b'{"other":{}}'], ids=["missing", "empty", "cut", "other"])
+@pytest.mark.parametrize("name", [name for _, name in METADATA_FILES])
+def test_bad_metadata_ends_the_start(stopped_daemon: Daemon, syslog: SystemLog, name: str, content: bytes | None) -> None:
+    with replaced(METADATA / name, content):
+        assert re.fullmatch(r"VERIFY \S+provider\.cpp:\d+\n", died_at_start(stopped_daemon))
+    [entry] = syslog.wait("^Error loading file: ")
+    assert entry.severity == "err"
+    assert str(METADATA / name) in entry.text
+    assert syslog.find("^Listening on: ") == [], "the port was opened"
+
+
+def test_no_entry_in_the_services_database_ends_the_start(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    without = b"".join(line for line in SERVICES.read_bytes().splitlines(True) if not line.startswith(b"keeld"))
+    with replaced(SERVICES, without):
+        assert re.fullmatch(r"VERIFY \S+endpoint\.cpp:\d+\n", died_at_start(stopped_daemon))
+    [failure] = syslog.wait("^getaddrinfo failed. Error: ")
+    assert failure.severity == "err"
+    texts = syslog.texts()
+    [configuration] = [text for text in texts if text.startswith("ServerConfig{")]
+    assert texts.index(failure.text) < texts.index(configuration), "the whole endpoint is built before the end"
+    assert syslog.find("^Listening on: ") == []
+
+
+def test_port_is_the_one_of_the_services_database(stopped_daemon: Daemon) -> None:
+    with replaced(SERVICES, re.sub(rb"(?m)^keeld\s+\d+/tcp", b"keeld 7555/tcp", SERVICES.read_bytes())):
+        stopped_daemon.launch()
+        wait_for(lambda: is_listening(port=7555), "the daemon's other port")
+        assert not is_listening()
+        assert Rpc(port=7555)(f"{INTROSPECTION}.provider.get")["id"] == "AsyncLocalProvider"
+
+
+# --- where it listens ---
+
+
+def test_listens_on_both_loopback_addresses_and_nowhere_else(daemon: Daemon) -> None:
+    assert listening() == {("tcp", "0100007F"), ("tcp6", "00000000000000000000000001000000")}
+    for host in ("127.0.0.1", "::1"):
+        assert Rpc(host=host)(f"{INTROSPECTION}.provider.get")["id"] == "AsyncLocalProvider"
+
+
+def test_server_configuration_is_logged(daemon: Daemon, syslog: SystemLog) -> None:
+    [entry] = syslog.wait("^ServerConfig{")
+    assert entry.text == (
+        "ServerConfig{endpoint4:127.0.0.1:7433;endpoint6:[::1]:7433;readTimeout:20 minutes;writeTimeout:30 minutes;"
+        "httpBodySizeLimitInBytes:2500000;ProtocolHandlerSpec::extractors not set}")
+    assert (entry.facility, entry.severity) == ("daemon", "notice")
+
+
+def test_one_address_in_use_leaves_the_other(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    with taken(socket.AF_INET, "127.0.0.1"):
+        stopped_daemon.launch()
+        wait_for(lambda: is_listening("::1"), "the IPv6 port")
+        syslog.wait(r"^IPv4 Failed to listen on: 127\.0\.0\.1:7433 ec: system:98$")
+        syslog.wait(r"^Listening on: \[::1\]:7433$")
+        assert Rpc(host="::1")(f"{INTROSPECTION}.provider.get")["id"] == "AsyncLocalProvider"
+        assert listening() == {("tcp", "0100007F"), ("tcp6", "00000000000000000000000001000000")}
+
+
+def test_both_addresses_in_use_leave_a_daemon_that_stops_in_order(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    with taken(socket.AF_INET, "127.0.0.1"), taken(socket.AF_INET6, "::1"):
+        stopped_daemon.launch()
+        syslog.wait("^IPv4 Failed to listen on: ")
+        syslog.wait("^IPv6 Failed to listen on: ")
+        syslog.wait("^HTTP endpoint listening on TCP port 7433$")
+        assert stopped_daemon.running
+        assert stopped_daemon.stop() == 0
+
+
+# --- how it ends ---
+
+
+def test_sigterm_ends_it_with_status_zero(daemon: Daemon, syslog: SystemLog) -> None:
+    assert daemon.stop() == 0
+    assert daemon.output() == ""
+    assert not is_listening()
+
+
+def test_sigterm_with_open_connections(daemon: Daemon) -> None:
+    with contextlib.ExitStack() as stack:
+        for _ in range(20):
+            stack.enter_context(socket.create_connection(("127.0.0.1", PORT)))
+        assert daemon.stop() == 0
+
+
+def test_sigterm_before_the_loop_is_not_lost(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    # The start is held up in the middle by a metadata file that is a pipe without content yet.
+    path = METADATA / METADATA_FILES[0][1]
+    with replaced(path, None) as content:
+        os.mkfifo(path)
+        stopped_daemon.launch()
+        with path.open("wb", buffering=0) as pipe:  # returns when the daemon has opened its end
+            os.kill(stopped_daemon.pid, signal.SIGTERM)
+            status = pathlib.Path(f"/proc/{stopped_daemon.pid}/status")
+            wait_for(lambda: re.search(r"(?m)^ShdPnd:\s0+$", status.read_text()), "delivery of the signal")
+            pipe.write(content)
+        assert stopped_daemon.process is not None
+        assert stopped_daemon.process.wait(PATIENCE) == 0
+    syslog.wait("HTTP endpoint listening on TCP port 7433")
+
+
+def test_failed_start_of_the_endpoint_is_status_minus_one(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    # No thread can be started whose stack would be larger than the address space.
+    huge = 1 << 46
+    stopped_daemon.launch(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (huge, resource.RLIM_INFINITY)))
+    assert stopped_daemon.process is not None
+    assert stopped_daemon.process.wait(PATIENCE) == 255
+
+
+# --- how it runs ---
+
+
+def test_threads_are_entry_io_scheduler_and_log_writer(daemon: Daemon) -> None:
+    wait_for(lambda: threads(daemon) == 4, "four threads")
+    most = 0
+    done = threading.Event()
+
+    def watch() -> None:
+        nonlocal most
+        while not done.is_set():
+            most = max(most, threads(daemon))
+
+    watcher = threading.Thread(target=watch)
+    watcher.start()
+    try:
+        with concurrent.futures.ThreadPoolExecutor(8) as pool:
+            assert list(pool.map(lambda _: Rpc().tasks(), range(200))) == [{}] * 200
+    finally:
+        done.set()
+        watcher.join()
+    assert most == 4
+
+
+def test_operation_id_precedes_the_lines_of_its_call(daemon: Daemon, rpc: Rpc, syslog: SystemLog) -> None:
+    rpc(f"{TASKS}.list", lumo_ctx_opid="nightly-42")
+    syslog.wait(r"^\[opId=nightly-42\] Method succeeded$")
+    rpc(f"{TASKS}.list")
+    syslog.wait("^Method succeeded$")
+
+
+def test_errors_carry_the_originator(daemon: Daemon, rpc: Rpc) -> None:
+    with pytest.raises(ApiError) as caught:
+        rpc("com.orbane.none.get")
+    assert caught.value.code == -32601
+    assert caught.value.data["__originator__"] == "pak[ryn-base-1.0.0]"
+
+
+def test_messages_come_in_the_callers_language(daemon: Daemon, rpc: Rpc) -> None:
+    folder = MODULES / "keeld-test" / "fr"
+    folder.mkdir(parents=True)
+    try:
+        (folder / "test.omsg").write_text('com.orbane.ryn.task.notfound.error = "Tâche {1} inconnue"\n')
+        answers = {}
+        for language in ("fr-CA, en;q=0.5", "en, fr;q=0.5", "xx", ""):
+            with pytest.raises(ApiError) as caught:
+                rpc(f"{TASKS}.get", {"task": "none"}, accept_language=language)
+            answers[language] = (caught.value.message, caught.value.data["messages"][0].get("localized"))
+        assert answers["fr-CA, en;q=0.5"] == ("Tâche none inconnue", "Tâche none inconnue")
+        english = answers["xx"][0]
+        assert "none" in english
+        assert all(answers[language] == (english, None) for language in ("en, fr;q=0.5", "xx", ""))
+    finally:
+        (folder / "test.omsg").unlink()
+        folder.rmdir()
+        folder.parent.rmdir()
