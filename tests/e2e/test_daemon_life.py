@@ -77,6 +77,19 @@ def died_at_start(daemon: Daemon) -> str:
     return daemon.output()
 
 
+@contextlib.contextmanager
+def held_up_at_start(daemon: Daemon) -> Iterator[None]:
+    """Launches the daemon and holds it up in the middle of its start, by a metadata file that is a pipe; at the end of
+    the context it goes on."""
+    path = METADATA / METADATA_FILES[0][1]
+    with replaced(path, None) as content:
+        os.mkfifo(path)
+        daemon.launch()
+        with path.open("wb", buffering=0) as pipe:  # returns when the daemon has opened its end
+            yield
+            pipe.write(content)
+
+
 def listening() -> set[tuple[str, str]]:
     """Tables and local addresses, as the kernel prints them, of all sockets that listen at the daemon's port."""
     found = set()
@@ -221,27 +234,26 @@ def test_sigterm_with_open_connections(daemon: Daemon) -> None:
 
 
 def test_sigterm_before_the_loop_is_not_lost(stopped_daemon: Daemon, syslog: SystemLog) -> None:
-    # The start is held up in the middle by a metadata file that is a pipe without content yet.
-    path = METADATA / METADATA_FILES[0][1]
-    with replaced(path, None) as content:
-        os.mkfifo(path)
-        stopped_daemon.launch()
-        with path.open("wb", buffering=0) as pipe:  # returns when the daemon has opened its end
-            os.kill(stopped_daemon.pid, signal.SIGTERM)
-            status = pathlib.Path(f"/proc/{stopped_daemon.pid}/status")
-            wait_for(lambda: re.search(r"(?m)^ShdPnd:\s0+$", status.read_text()), "delivery of the signal")
-            pipe.write(content)
-        assert stopped_daemon.process is not None
-        assert stopped_daemon.process.wait(PATIENCE) == 0
-    syslog.wait("HTTP endpoint listening on TCP port 7433")
+    with held_up_at_start(stopped_daemon):
+        os.kill(stopped_daemon.pid, signal.SIGTERM)
+        status = pathlib.Path(f"/proc/{stopped_daemon.pid}/status")
+        wait_for(lambda: re.search(r"(?m)^ShdPnd:\s0+$", status.read_text()), "delivery of the signal")
+    assert stopped_daemon.process is not None
+    assert stopped_daemon.process.wait(PATIENCE) == 0
+    syslog.wait("^HTTP endpoint listening on TCP port 7433$")
 
 
-def test_failed_start_of_the_endpoint_is_status_minus_one(stopped_daemon: Daemon, syslog: SystemLog) -> None:
-    # No thread can be started whose stack would be larger than the address space.
-    huge = 1 << 46
-    stopped_daemon.launch(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_STACK, (huge, resource.RLIM_INFINITY)))
+def test_endpoint_that_cannot_start_is_status_minus_one(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    with held_up_at_start(stopped_daemon):
+        # Room for what is left of the start, but not for the stack of another thread.
+        pages = int(pathlib.Path(f"/proc/{stopped_daemon.pid}/statm").read_text().split()[0])
+        room = pages * resource.getpagesize() + (4 << 20)
+        resource.prlimit(stopped_daemon.pid, resource.RLIMIT_AS, (room, room))
     assert stopped_daemon.process is not None
     assert stopped_daemon.process.wait(PATIENCE) == 255
+    [entry] = syslog.wait("^Failed to start HTTP service. Aborting. Error:.")
+    assert entry.severity == "err"
+    assert syslog.find("^HTTP endpoint listening on TCP port") == []
 
 
 # --- how it runs ---
