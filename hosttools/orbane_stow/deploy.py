@@ -19,7 +19,6 @@ def deploy(image: ImageRoot, commit: str, cancellable: Gio.Cancellable, terminat
         previous = sysroot.get_merge_deployment(image.os_name)
         origin = sysroot.origin_new_from_refspec(_ORIGIN)
         deployment = sysroot.deploy_tree(image.os_name, commit, origin, previous, None, cancellable)[1]
-        termination.check()
         termination.shield()
         sysroot.simple_write_deployment(image.os_name, deployment, image.deployment() or previous,
                                         OSTree.SysrootSimpleWriteDeploymentFlags.NO_CLEAN, None)

@@ -18,7 +18,7 @@ SIGNALS = frozenset({
     signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT, signal.SIGUSR1, signal.SIGUSR2, signal.SIGALRM,
     signal.SIGXCPU,
 })
-GRACE_SECONDS = 10.0
+GRACE_SECONDS = 2.0  # libostree does not look at a cancellation while it waits for the network
 EXIT_STATUS = 1
 
 
@@ -36,7 +36,7 @@ class Termination:
         self._cancels: list[Callable[[], None]] = []
         self._grace_seconds = grace_seconds
         self._over = threading.Event()
-        self._shielded = threading.Event()
+        self._shielded = False
 
     @property
     def requested(self) -> bool:
@@ -57,8 +57,14 @@ class Termination:
         cancel()
 
     def shield(self) -> None:
-        """From here on the work is short and must not be cut: the grace period no longer ends the process."""
-        self._shielded.set()
+        """From here on the work is short and must not be cut: a signal no longer ends the process.
+
+        Raises `TerminatedError` if a signal has come already.
+        """
+        with self._guard:
+            if self.requested:
+                raise TerminatedError()
+            self._shielded = True
 
     def over(self) -> None:
         """The work has ended: nothing is left to close."""
@@ -71,7 +77,7 @@ class Termination:
     def _wait(self, close: Callable[[], None]) -> None:
         signal.sigwait(SIGNALS)
         self.request()
-        if self._over.wait(self._grace_seconds) or self._shielded.is_set():
+        if self._shielded or self._over.wait(self._grace_seconds):
             return
         close()
         os._exit(EXIT_STATUS)

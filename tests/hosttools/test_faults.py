@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import functools
 import http.server
 import json
 import os
@@ -355,3 +356,36 @@ def test_no_room_from_some_call_on(host: Host, depot: TinyDepot) -> None:
         outcomes.add(record.status)
         traced.check_next()
     assert "FAILED" in outcomes
+
+
+@pytest.mark.parametrize("verb", ["stage", "apply"])
+def test_a_signal_in_the_middle_of_a_transfer(host: Host, depot: TinyDepot, verb: str) -> None:
+    """libostree waits for an object that doesn't come, and is cut."""
+    stalled, released = threading.Event(), threading.Event()
+
+    class Stalling(http.server.SimpleHTTPRequestHandler):
+        def do_GET(self) -> None:
+            if self.path.endswith(".filez"):
+                stalled.set()
+                released.wait(60)
+            super().do_GET()
+
+        def log_message(self, *_: object) -> None:
+            pass
+
+    host.succeed("apply", spec("1"), [depot.url])
+    before = image_state()
+    handler = functools.partial(Stalling, directory=str(depot.path))
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+        server.daemon_threads = True
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        task, process = host.start(verb, spec("2"), [f"http://127.0.0.1:{server.server_port}"])
+        assert stalled.wait(60)
+        process.send_signal(signal.SIGTERM)
+        record = host.end(task, process)
+        released.set()
+        server.shutdown()
+    host.check_failed(record, before)
+    host.check_left_nothing(task)
+    assert record.error_id == "com.orbane.ryn.stow.terminated.error"
+    host.succeed("apply", spec("2"), [depot.url])

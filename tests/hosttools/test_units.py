@@ -182,6 +182,18 @@ def test_a_request_to_end_wakes_early_and_late_listeners() -> None:
         termination.check()
 
 
+def test_the_shield_and_a_request_exclude_each_other() -> None:
+    asked = Termination()
+    asked.request()
+    with pytest.raises(errors.TerminatedError):
+        asked.shield()
+    shielded = Termination(grace_seconds=0.0)
+    shielded.shield()
+    with pytest.raises(errors.TerminatedError):
+        shielded.request()
+        shielded.check()
+
+
 def test_a_part_survives_its_description() -> None:
     described = {"kind": "component", "name": "a", "version": "1", "impact": "NONE", "platforms": ["host"],
                  "paks": [{"name": "p", "version": "1", "size": 5, "acceptance": "PARTNER"}]}
