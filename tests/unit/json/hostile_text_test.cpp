@@ -1,6 +1,7 @@
 // What the readers refuse, and what they say about it.
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <string>
 
 #include "runtime/json/document_reader.h"
@@ -31,6 +32,9 @@ struct Refusal {
   std::size_t offset;
   std::string reason;  // part of it
 };
+void PrintTo(Refusal const& test, std::ostream* out) {
+  *out << test.text.substr(0, 80);
+}
 
 class Refusals : public testing::TestWithParam<Refusal> {};
 
@@ -215,6 +219,9 @@ struct AnnotationRefusal {
   std::size_t offset;
   char const* reason;
 };
+void PrintTo(AnnotationRefusal const& test, std::ostream* out) {
+  *out << test.text;
+}
 
 class Annotations : public testing::TestWithParam<AnnotationRefusal> {};
 

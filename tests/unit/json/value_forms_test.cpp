@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <ostream>
 #include <string>
 
 #include "runtime/json/serializers.h"
@@ -19,6 +20,9 @@ struct FormCase {
   char const* full;
   char const* direct;
 };
+void PrintTo(FormCase const& test, std::ostream* out) {
+  *out << test.name;
+}
 
 FormCase const kForms[] = {
     {"void", Void(), "null", "null"},
