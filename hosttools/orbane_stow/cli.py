@@ -12,6 +12,7 @@ The task commands write nothing on standard output: all that is to be known stan
 from __future__ import annotations
 
 import argparse
+import os
 import re
 import signal
 import sys
@@ -118,6 +119,7 @@ def _software(options: argparse.Namespace) -> int:
 
 def _run_task(task_id, own_spec, work):  # type: ignore[no-untyped-def]
     termination.block()
+    os.umask(0o022)
     from orbane_stow import task_run
     from orbane_taskdb import TaskManager
 

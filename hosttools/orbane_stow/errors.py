@@ -7,6 +7,7 @@ Each carries a message id and its arguments, as they go into the task record; th
 from __future__ import annotations
 
 from orbane_stow import catalogue
+from orbane_stow.text import well_formed
 
 
 class StowError(Exception):
@@ -15,7 +16,7 @@ class StowError(Exception):
     message_id = "com.orbane.ryn.stow.internal.error"
 
     def __init__(self, *arguments: object) -> None:
-        super().__init__(*[str(argument) for argument in arguments])
+        super().__init__(*[well_formed(argument) for argument in arguments])
 
     def __str__(self) -> str:
         return catalogue.render(self.message_id, self.args)

@@ -63,6 +63,8 @@ class Gate:
             raise ContentionError()
         content = f"TASK: {self._task_id} {os.getpid()}".encode()
         beside = self._path.with_name(f"{self._path.name}.{self._task_id}")
+        for left in self._path.parent.glob(f"{self._path.name}.*-*-*-*-*"):
+            _remove(left)  # of a tool that was killed just here; nobody else is at this point, the gate is ours
         try:
             self._write(beside, content)
             if owner is None:

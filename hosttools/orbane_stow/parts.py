@@ -125,7 +125,7 @@ def part_from(described: Any) -> Part:
         value = described.get(name, default)
         if not isinstance(value, str):
             raise PartFormatError(f"{name}: a text is wanted")
-        return value
+        return _checked(value, name)
 
     kind, name, version = text("kind"), text("name"), text("version")
     if kind not in KINDS:
@@ -137,7 +137,8 @@ def part_from(described: Any) -> Part:
     if impact not in IMPACTS:
         raise PartFormatError(f"impact: '{impact}' is not one of {', '.join(IMPACTS)}")
     platforms = described.get("platforms", [])
-    if not isinstance(platforms, list) or not all(isinstance(p, str) for p in platforms):
+    if not isinstance(platforms, list) or not all(
+            isinstance(p, str) and _checked(p, "platforms") for p in platforms):
         raise PartFormatError("platforms: a list of texts is wanted")
     components = described.get("components", {})
     if not isinstance(components, dict) or not all(is_name(k) and is_name(v) for k, v in components.items()):
@@ -152,6 +153,14 @@ def part_from(described: Any) -> Part:
         paks=tuple(_pak_from(pak) for pak in paks), components=components, checksum=text("checksum", ""))
 
 
+def _checked(text: str, where: str) -> str:
+    try:
+        text.encode("utf-8")
+    except UnicodeEncodeError as error:
+        raise PartFormatError(f"{where}: half of a surrogate pair") from error
+    return text
+
+
 def _pak_from(described: Any) -> Pak:
     if not isinstance(described, dict):
         raise PartFormatError("paks: each is an object")
@@ -159,7 +168,7 @@ def _pak_from(described: Any) -> Pak:
     size, acceptance = described.get("size"), described.get("acceptance")
     if not (isinstance(name, str) and is_name(name) and isinstance(version, str) and is_name(version)):
         raise PartFormatError("paks: each has a name and a version")
-    if not isinstance(size, int) or isinstance(size, bool) or size < 0:
+    if not isinstance(size, int) or isinstance(size, bool) or not 0 <= size < 2**63:
         raise PartFormatError(f"paks: the size of '{name}' is not a number of bytes")
     if acceptance not in ACCEPTANCE_LEVELS:
         raise PartFormatError(f"paks: the acceptance of '{name}' is not one of {', '.join(ACCEPTANCE_LEVELS)}")

@@ -42,5 +42,8 @@ def read_preference(name: str, default: str) -> str:
 
 
 def image_root() -> Path:
-    """The folder that holds the image: preference `sysroot`, which is "/" on a host that boots from its image."""
-    return Path(read_preference("sysroot", DEFAULT_IMAGE_ROOT))
+    """The folder that holds the image: preference `sysroot`, which is "/" on a host that boots from its image.
+
+    Only an absolute path counts."""
+    value = read_preference("sysroot", DEFAULT_IMAGE_ROOT)
+    return Path(value if value.startswith("/") else DEFAULT_IMAGE_ROOT)

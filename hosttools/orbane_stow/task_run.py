@@ -17,6 +17,7 @@ from orbane_stow.errors import InternalError, StateDirError, StowError, Terminat
 from orbane_stow.gate import Gate
 from orbane_stow.progress import Progress
 from orbane_stow.termination import Termination
+from orbane_stow.text import well_formed
 from orbane_taskdb import AccessLockError, TaskDatabaseError, TaskFileNotFoundError, TaskManager, UnknownTaskError
 
 EXIT_DONE = 0
@@ -71,7 +72,7 @@ class Task:
 
     def notify(self, message_id: str, *args: object, kind: str = INFO) -> None:
         """Adds a notification to the record and a line to the log."""
-        texts = [str(arg) for arg in args]
+        texts = [well_formed(arg) for arg in args]
         self.told.append(notification(kind, message_id, texts))
         self.database.add_notification(self.id, json.dumps(self.told[-1]))
         log(syslog.LOG_NOTICE, f"{self.id}: {catalogue.render(message_id, texts)}")

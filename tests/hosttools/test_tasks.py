@@ -121,6 +121,15 @@ def test_words_that_are_not_understood_fail_the_task(host: Host, depot: TinyDepo
     assert reason in record.error_args[0]
 
 
+def test_words_that_are_not_unicode(host: Host, depot: TinyDepot) -> None:
+    task, path = host.prepare("apply", spec("1"))
+    process = host.launch([STOWCTL, *host.words("apply", task, path, [depot.url]), b"sur\xffplus"])  # type: ignore[list-item]
+    record = host.end(task, process)
+    assert (record.status, record.error_id) == ("FAILED", "com.orbane.ryn.stow.usage.error")
+    assert "sur\\udcffplus" in record.error_args[0]
+    host.check_left_nothing(task)
+
+
 def test_quick_patch_is_not_for_stage(host: Host, depot: TinyDepot) -> None:
     assert host.fail("stage", spec("1"), [depot.url], "--quick-patch").error_id == "com.orbane.ryn.stow.usage.error"
 

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import re
 from pathlib import Path
 
@@ -12,7 +13,7 @@ from orbane_stow.builder.sizes import _varint
 from orbane_stow.errors import DepotUrlError, SpecInvalidError
 from orbane_stow.fetch import DepotUrl
 from orbane_stow.gate import Gate
-from orbane_stow.parts import is_name, parse_ref, part_from, version_key
+from orbane_stow.parts import PartFormatError, is_name, parse_ref, part_from, version_key
 from orbane_stow.progress import Progress
 from orbane_stow.results import mapping, notifications, optional, struct, to_text
 from orbane_stow.task_run import notification, timestamp
@@ -120,6 +121,15 @@ def test_a_gate_of_another_is_not_released(tmp_path: Path, content: str) -> None
     assert path.read_text() == content and list(tmp_path.iterdir()) == [path]
 
 
+def test_taking_over_clears_what_a_killed_tool_left(tmp_path: Path) -> None:
+    path = tmp_path / "gate"
+    path.write_text("PRECURSOR: a")
+    (tmp_path / "gate.11111111-1111-1111-1111-111111111111").write_text("TASK: b 1")
+    Gate("a", path).take_over()
+    assert list(tmp_path.iterdir()) == [path]
+    assert path.read_text() == f"TASK: a {os.getpid()}"
+
+
 def test_a_gate_that_is_a_link_or_a_folder(tmp_path: Path) -> None:
     (tmp_path / "target").write_text("PRECURSOR: a")
     for make in (lambda path: path.symlink_to(tmp_path / "target"), lambda path: path.mkdir()):
@@ -142,6 +152,8 @@ def test_preferences(tmp_path: Path, monkeypatch: pytest.MonkeyPatch, text: str,
 
 def test_preferences_without_a_file(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(paths, "PREFERENCES", tmp_path / "p")
+    assert paths.image_root() == Path("/var/lib/orbane/sysroot")
+    (tmp_path / "p").write_text("sysroot = relative")
     assert paths.image_root() == Path("/var/lib/orbane/sysroot")
 
 
@@ -192,6 +204,17 @@ def test_the_shield_and_a_request_exclude_each_other() -> None:
     with pytest.raises(errors.TerminatedError):
         shielded.request()
         shielded.check()
+
+
+@pytest.mark.parametrize("change", [
+    {"kind": "other"}, {"name": "a/b"}, {"name": 1}, {"version": ""}, {"impact": "none"}, {"platforms": "host"},
+    {"platforms": [1]}, {"display_name": "\ud800"}, {"platforms": ["\udc00"]}, {"components": []},
+    {"components": {"a": "/"}}, {"paks": {}}, {"paks": ["p"]},
+    *({"paks": [{"name": "p", "version": "1", "size": size, "acceptance": "PARTNER"}]} for size in (-1, 2**63, "1", True)),
+    {"paks": [{"name": "p", "version": "1", "size": 1, "acceptance": "SOME"}]}])
+def test_descriptions_that_are_refused(change: dict[str, object]) -> None:
+    with pytest.raises(PartFormatError):
+        part_from({"kind": "component", "name": "a", "version": "1", **change})
 
 
 def test_a_part_survives_its_description() -> None:
