@@ -1,6 +1,7 @@
 // Test-only: catches what the program logs.
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,9 @@ struct CapturedLine {
   int priority;
   std::string text;
   bool operator==(CapturedLine const&) const = default;
+  friend std::ostream& operator<<(std::ostream& out, CapturedLine const& line) {
+    return out << line.priority << " \"" << line.text << '"';
+  }
 };
 
 /// While it lives, lines of all threads are kept here and don't reach the system log. The innermost one
