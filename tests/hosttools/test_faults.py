@@ -240,6 +240,16 @@ def test_a_full_disk_under_the_image_root(host: Host, depot: TinyDepot, sample: 
         host.succeed(verb, spec("2.0.0", {"net-driver": "1.1.0"}), urls)
 
 
+def test_what_killed_pulls_left_makes_way(host: Host, depot: TinyDepot, sample: Path) -> None:
+    with small_disk(IMAGE_ROOT.parent, 60_000):
+        host.succeed("apply", spec("1"), [depot.url])
+        left = IMAGE_ROOT / "ostree/repo/tmp/staging-00000000-0000-0000-0000-000000000000-AbCdEf"
+        left.mkdir()
+        (left / "object").write_bytes(bytes(25_000_000))
+        host.succeed("apply", spec("1.0.0"), [f"file://{sample}/main"])
+        assert not left.exists()
+
+
 def test_a_full_disk_under_the_state_folder(depot: TinyDepot) -> None:
     with small_disk(STATE, 4_000):
         host = Host()

@@ -204,7 +204,7 @@ def test_a_signal_ends_the_task_in_order(host: Host, depot: TinyDepot, number: i
 def test_a_signal_after_the_new_tree_stands_is_too_late(host: Host, depot: TinyDepot) -> None:
     host.succeed("apply", spec("1"), [depot.url])
     before = image_state()
-    task, process = paused(host, "apply.tidy", "apply", spec("2"), [depot.url])
+    task, process = paused(host, "apply.tidy", "apply", spec("2"), [depot.url], "--no-grace")
     process.send_signal(signal.SIGTERM)
     wait_for(lambda: Path(f"/run/requested.{process.pid}").exists(), "the signal's arrival")
     release(process)
