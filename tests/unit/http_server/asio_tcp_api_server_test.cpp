@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "tests/unit/http_server/fake_provider.h"
+#include "tests/support/http/fake_provider.h"
 
 namespace Lumo::Transport::PicoHttp {
 namespace {
