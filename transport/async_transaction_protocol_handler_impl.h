@@ -32,12 +32,12 @@ void AsyncTransactionProtocolHandler<T, E>::Start() {
   LogLine(0, "Request head: ");
   extractor_ = E::Extract(*headers_);
   if (!extractor_->deserializer || !extractor_->serializer) {
-    LogLine(1, "Request is considered as bad");
+    Log::Write(spec_->logger, 1, "Request is considered as bad");
     SendInvalidRequest();
     return;
   }
   if (extractor_->isFramed) {
-    LogLine(1, "Request is framed. Not supported");
+    Log::Write(spec_->logger, 1, "Request is framed. Not supported");
     SendInvalidRequest();
     return;
   }

@@ -37,6 +37,12 @@ class FakeWire {
     Wake();
   }
 
+  /// Forgets pending operations. They hold the stream, and with it this object: the test's end calls this.
+  void Drop() {
+    std::exchange(pending_, nullptr);
+    std::exchange(pendingWrite_, nullptr);
+  }
+
   std::string output;
   /// Bytes of each write operation.
   std::vector<std::size_t> writes;

@@ -36,6 +36,7 @@ class StreamTest : public testing::Test {
   StreamTest()
       : stream_(PutbackStream::Create(io_.get_executor(), kReadTimeout, kWriteTimeout)),
         wire_(stream_->lowest().socket().wire()) {}
+  ~StreamTest() override { wire_->Drop(); }
 
   void Poll() {
     io_.restart();
