@@ -29,7 +29,7 @@ std::shared_ptr<ErrorValue> ErrorFactory::Build(NativeConstPtr const& record, Na
   MessageList dropped;
   NativeToValueAdapter::Adapt(record, method, &value, dropped, FixedLocalizer());
   // The value was built just now and is not shared yet.
-  auto const error = std::const_pointer_cast<ErrorValue>(As<ErrorValue>(value));
+  auto error = std::const_pointer_cast<ErrorValue>(As<ErrorValue>(value));
   error->SetField("messages", CastMessages(messages));
   return error;
 }

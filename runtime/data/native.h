@@ -31,10 +31,10 @@ template <typename T>
 class OptionalPtr {
  public:
   OptionalPtr() = default;
-  OptionalPtr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): reads as unset
+  OptionalPtr(std::nullptr_t) {}
   template <typename U>
   requires std::is_convertible_v<U*, T*> OptionalPtr(std::shared_ptr<U> record)
-      : record_(std::move(record)) {}  // NOLINT(google-explicit-constructor)
+      : record_(std::move(record)) {}
 
   explicit operator bool() const noexcept { return record_ != nullptr; }
   T* operator->() const noexcept { return record_.get(); }
@@ -101,7 +101,7 @@ class DynamicStructure {
   DynamicStructure() = default;
   template <typename V>
   requires std::is_convertible_v<std::shared_ptr<V>, DataValuePtr> DynamicStructure(std::shared_ptr<V> value)
-      : value_(std::move(value)) {}  // NOLINT(google-explicit-constructor)
+      : value_(std::move(value)) {}
 
   explicit operator bool() const noexcept { return value_ != nullptr; }
   DataValuePtr const& value() const noexcept { return value_; }

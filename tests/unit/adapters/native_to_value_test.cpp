@@ -10,7 +10,7 @@
 namespace {
 
 namespace T = Com::Orbane::Test;
-using namespace TestValues;  // NOLINT(google-build-using-namespace)
+using namespace TestValues;
 using Lumo::MessageList;
 using Lumo::Data::As;
 using Lumo::Data::CompoundValue;

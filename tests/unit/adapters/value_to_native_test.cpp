@@ -12,7 +12,7 @@ namespace {
 
 namespace T = Com::Orbane::Test;
 namespace Errors = Com::Orbane::Lumo::Std::Errors;
-using namespace TestValues;  // NOLINT(google-build-using-namespace)
+using namespace TestValues;
 using Lumo::MessageList;
 using Lumo::Data::DynamicStructure;
 using Lumo::Data::FromValue;
