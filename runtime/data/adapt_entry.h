@@ -53,7 +53,10 @@ template <typename Entry>
 class StackMapCnt {
  public:
   /// `refuseUnknown`: a field that the record doesn't have is a fault, but for "host" at the top.
-  explicit StackMapCnt(bool refuseUnknown) : refuseUnknown_(refuseUnknown) {}
+  explicit StackMapCnt(bool refuseUnknown) : refuseUnknown_(refuseUnknown) {
+    entries_.reserve(kUsualWork);
+    places_.reserve(kUsualWork);
+  }
 
   bool refuseUnknown() const noexcept { return refuseUnknown_; }
   bool empty() const noexcept { return entries_.empty(); }
@@ -61,7 +64,7 @@ class StackMapCnt {
   bool atTop() const noexcept { return current_ == kTop; }
 
   /// Work on the same place.
-  void push_front(Entry entry) { entries_.emplace_front(std::move(entry), current_); }
+  void push_front(Entry entry) { entries_.emplace_back(std::move(entry), current_); }
   /// Work on a field or map entry of the current place.
   void PushField(Entry entry, std::string_view name) {
     PushAt(std::move(entry), Place{current_, kField, name});
@@ -70,9 +73,9 @@ class StackMapCnt {
   void PushElement(Entry entry, std::size_t index) { PushAt(std::move(entry), Place{current_, index, {}}); }
 
   Entry pop_front() {
-    Entry entry = std::move(entries_.front().first);
-    current_ = entries_.front().second;
-    entries_.pop_front();
+    Entry entry = std::move(entries_.back().first);
+    current_ = entries_.back().second;
+    entries_.pop_back();
     return entry;
   }
 
@@ -86,6 +89,7 @@ class StackMapCnt {
   std::string Path(std::size_t index) const { return Render(current_) + "[" + std::to_string(index) + "]"; }
 
  private:
+  static constexpr std::size_t kUsualWork = 16;  // the fields of most records
   static constexpr std::size_t kTop = static_cast<std::size_t>(-1);
   static constexpr std::size_t kField = static_cast<std::size_t>(-1);
   struct Place {
@@ -96,7 +100,7 @@ class StackMapCnt {
 
   void PushAt(Entry entry, Place place) {
     places_.push_back(place);
-    entries_.emplace_front(std::move(entry), places_.size() - 1);
+    entries_.emplace_back(std::move(entry), places_.size() - 1);
   }
 
   std::string Render(std::size_t place) const {
@@ -115,8 +119,8 @@ class StackMapCnt {
     return text.empty() ? "$" : text;
   }
 
-  std::deque<std::pair<Entry, std::size_t>> entries_;
-  std::deque<Place> places_;
+  std::vector<std::pair<Entry, std::size_t>> entries_;  // the front is at the end
+  std::vector<Place> places_;
   std::size_t current_ = kTop;
   bool refuseUnknown_;
 };

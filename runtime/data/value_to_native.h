@@ -260,11 +260,11 @@ void ValueToNativeAdapter::SetMethod(DataValuePtr const& source, NativePtr const
     NotAList(work, errors);
     return;
   }
-  // Elements are scalars, so nothing is left to push: each is read at its place by a work list of its own.
+  // Elements are scalars, so nothing is left to push: each is read at its place.
+  Stack single(false);
+  MessageList faults;
   for (std::size_t index = 0; index < list->size(); ++index) {
     E element{};
-    MessageList faults;
-    Stack single(false);
     MethodOf<E>()(DataValuePtr(value, list->Item(index)), NativePtr(&element), single, faults);
     if (!faults.empty()) {
       WrongElement(list->Item(index), index, Detail::NativeTypeName<E>(), work, errors);

@@ -260,7 +260,7 @@ TEST_F(ServiceBinder, AnExceptionAfterTheAnswerIsOnlyLogged) {
   };
   Call("nothing", StructValue::GetInstance(""));
   EXPECT_EQ(Error(), "");
-  EXPECT_THAT(log.texts(0), ElementsAre("[com.orbane.test.sample.nothing]: Exception: late"));
+  EXPECT_THAT(log.texts(), ElementsAre("[com.orbane.test.sample.nothing]: Exception: late"));
 }
 
 TEST_F(ServiceBinder, ASecondAnswerIsDropped) {
