@@ -15,7 +15,7 @@ from orbane_stow.fetch import DepotUrl
 from orbane_stow.image import ImageRoot
 from orbane_stow.live import bring_live, running_image
 from orbane_stow.ostree import Gio, OSTree
-from orbane_stow.pull import Puller, discard_partial
+from orbane_stow.pull import Puller
 from orbane_stow.spec import SoftwareSpec, read_spec
 from orbane_stow.task_run import WARNING, Task
 from orbane_stow.text import size_text
@@ -59,15 +59,12 @@ class _Work:
 
     def pull(self, resolved: Resolved) -> int:
         """Brings all parts in; returns the bytes transferred."""
-        with self.image.errors():
-            self.image.sysroot.prepare_cleanup(None)
         keep_refs(self.image, resolved)
         return Puller(self.image, self.progress, self.cancellable).pull(resolved.offers)
 
     def make_room(self) -> None:
         """After a failure on a full disk: leaves the deployed images and nothing else."""
         try:
-            discard_partial(self.image.repo)
             tidy(self.image, None)
         except StowError:
             pass  # the failure that led here is the one to report

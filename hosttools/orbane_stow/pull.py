@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import re
-import shutil
 from pathlib import Path
 from typing import Sequence
 
@@ -90,7 +89,7 @@ class Puller:
             return
         needed = HEADROOM_BYTES + sum(entry.unpacked + _BLOCK_BYTES for entry in missing.values())
         if needed > self._image.free():
-            discard_partial(self._repo)
+            self._discard_partial()
         if needed > self._image.free():
             raise self._image.space_error(needed)
 
@@ -135,7 +134,9 @@ class Puller:
         depot.open(self._cancellable)
         for entry in entries:
             self._check()
-            self._repo.import_object_from_with_trust(depot, entry.kind, entry.checksum, False, self._cancellable)
+            if not self._repo.has_object(entry.kind, entry.checksum, self._cancellable)[1]:  # from a run that was cut
+                self._repo.import_object_from_with_trust(depot, entry.kind, entry.checksum, False,
+                                                         self._cancellable)
             self._done += entry.archived
             self._progress.step(STEP, self._done, self._needed)
 
@@ -182,7 +183,15 @@ class Puller:
         except GLib.Error:
             pass  # the failure that led here is the one to report
         if self._image.free() < 2 * HEADROOM_BYTES or "space" in getattr(error, "message_id", ""):
-            discard_partial(self._repo)
+            try:
+                self._discard_partial()
+            except StowError:
+                pass  # as above
+
+    def _discard_partial(self) -> None:
+        """Removes half-pulled objects and half-made deployments of runs that were cut."""
+        with self._image.errors():
+            self._image.sysroot.prepare_cleanup(None)
 
     def _depot_error(self, offer: Offer, error: GLib.Error) -> StowError:
         assert offer.depot is not None
@@ -210,13 +219,3 @@ def is_held(image: ImageRoot, offers: Sequence[Offer]) -> bool:
 def local_ref(offer: Offer) -> str:
     """The ref of a part in the image root's repository."""
     return f"{REF_PREFIX}/{offer.part.ref}"
-
-
-def discard_partial(repo: OSTree.Repo) -> None:
-    """Removes what interrupted pulls have left. Only under the image root's lock."""
-    folder = Path(repo.get_path().get_path()) / "tmp"
-    for entry in folder.iterdir():
-        if entry.name.startswith("staging-") and entry.is_dir():
-            shutil.rmtree(entry, ignore_errors=True)
-        elif entry.is_file() and not entry.name.endswith("-lock"):
-            entry.unlink(missing_ok=True)

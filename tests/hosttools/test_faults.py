@@ -243,7 +243,8 @@ def test_a_full_disk_under_the_image_root(host: Host, depot: TinyDepot, sample: 
 def test_what_killed_pulls_left_makes_way(host: Host, depot: TinyDepot, sample: Path) -> None:
     with small_disk(IMAGE_ROOT.parent, 60_000):
         host.succeed("apply", spec("1"), [depot.url])
-        left = IMAGE_ROOT / "ostree/repo/tmp/staging-00000000-0000-0000-0000-000000000000-AbCdEf"
+        boot = Path("/proc/sys/kernel/random/boot_id").read_text().strip()  # libostree keeps those of this boot itself
+        left = IMAGE_ROOT / f"ostree/repo/tmp/staging-{boot}-AbCdEf"
         left.mkdir()
         (left / "object").write_bytes(bytes(25_000_000))
         host.succeed("apply", spec("1.0.0"), [f"file://{sample}/main"])
@@ -368,34 +369,72 @@ def test_no_room_from_some_call_on(host: Host, depot: TinyDepot) -> None:
     assert "FAILED" in outcomes
 
 
+class Stalling(http.server.SimpleHTTPRequestHandler):
+    """Serves a depot, and after `server.allowed` objects keeps quiet until `server.released`."""
+
+    protocol_version = "HTTP/1.1"
+
+    def do_GET(self) -> None:
+        server = self.server
+        assert isinstance(server, StallingServer)
+        if self.path.endswith(".filez"):
+            server.asked.append(self.path)
+            if len(server.asked) > server.allowed:
+                server.stalled.set()
+                server.released.wait(60)
+        try:
+            super().do_GET()
+        except ConnectionError:
+            self.close_connection = True
+
+    def log_message(self, *_: object) -> None:
+        """Says nothing."""
+
+
+class StallingServer(http.server.ThreadingHTTPServer):
+    """See `Stalling`; `asked` are the paths of the objects that were asked for."""
+
+    daemon_threads = True
+
+    def __init__(self, folder: Path, allowed: int) -> None:
+        super().__init__(("127.0.0.1", 0), functools.partial(Stalling, directory=str(folder)))
+        self.allowed = allowed
+        self.asked: list[str] = []
+        self.stalled, self.released = threading.Event(), threading.Event()
+        self.url = f"http://127.0.0.1:{self.server_port}"
+        threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True).start()
+
+    def __exit__(self, *exception: object) -> None:
+        self.released.set()
+        self.shutdown()
+        super().__exit__(*exception)
+
+
 @pytest.mark.parametrize("verb", ["stage", "apply"])
 def test_a_signal_in_the_middle_of_a_transfer(host: Host, depot: TinyDepot, verb: str) -> None:
     """libostree waits for an object that doesn't come, and is cut."""
-    stalled, released = threading.Event(), threading.Event()
-
-    class Stalling(http.server.SimpleHTTPRequestHandler):
-        def do_GET(self) -> None:
-            if self.path.endswith(".filez"):
-                stalled.set()
-                released.wait(60)
-            super().do_GET()
-
-        def log_message(self, *_: object) -> None:
-            pass
-
     host.succeed("apply", spec("1"), [depot.url])
     before = image_state()
-    handler = functools.partial(Stalling, directory=str(depot.path))
-    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
-        server.daemon_threads = True
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        task, process = host.start(verb, spec("2"), [f"http://127.0.0.1:{server.server_port}"])
-        assert stalled.wait(60)
+    with StallingServer(depot.path, 0) as server:
+        task, process = host.start(verb, spec("2"), [server.url])
+        assert server.stalled.wait(60)
         process.send_signal(signal.SIGTERM)
         record = host.end(task, process)
-        released.set()
-        server.shutdown()
     host.check_failed(record, before)
     host.check_left_nothing(task)
     assert record.error_id == "com.orbane.ryn.stow.terminated.error"
     host.succeed("apply", spec("2"), [depot.url])
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL])
+def test_a_cut_pull_goes_on_where_it_was(host: Host, depot: TinyDepot, number: signal.Signals) -> None:
+    depot.base("9", files={f"usr/lib/many/{index}": f"file {index}" for index in range(40)})
+    with StallingServer(depot.path, 30) as server:
+        task, process = host.start("apply", spec("9"), [server.url])
+        assert server.stalled.wait(60)
+        process.send_signal(number)
+        host.end(task, process)
+    with StallingServer(depot.path, 1000) as server:
+        host.succeed("apply", spec("9"), [server.url])
+        assert 5 <= len(server.asked) < 30
+    check_whole(deployments()[0])
