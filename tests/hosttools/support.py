@@ -13,6 +13,7 @@ from typing import Any
 
 from orbane_stow.builder.depot import LocalDepot
 from orbane_stow.builder.manifest import read_folder
+from orbane_stow.depot import Offer
 from orbane_taskdb import TaskInfo, TaskManager
 
 STOWCTL = "/usr/lib/orbane/lifecycle/bin/stowctl.py"
@@ -223,6 +224,10 @@ class TinyDepot:
     def remove(self, ref: str) -> None:
         """Takes a part away."""
         self._depot.remove(ref)
+
+    def offers(self) -> list[Offer]:
+        """All parts with their objects."""
+        return self._depot.offers()
 
     def objects(self, ref: str, suffix: str = ".filez") -> list[Path]:
         """The files of the objects that only this part has, largest first."""

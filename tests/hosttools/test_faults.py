@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import functools
 import http.server
 import json
 import os
@@ -18,6 +17,7 @@ from pathlib import Path
 import pytest
 from orbane_stow.builder.serve import DepotServer
 from orbane_taskdb import TaskInfo
+from stalling import StallingServer
 from support import (IMAGE_ROOT, STATE, STOWCTL, Host, TinyDepot, check_whole, deployments, hello, image_state,
                      spec)
 from test_tasks import paused
@@ -367,47 +367,6 @@ def test_no_room_from_some_call_on(host: Host, depot: TinyDepot) -> None:
         outcomes.add(record.status)
         traced.check_next()
     assert "FAILED" in outcomes
-
-
-class Stalling(http.server.SimpleHTTPRequestHandler):
-    """Serves a depot, and after `server.allowed` objects keeps quiet until `server.released`."""
-
-    protocol_version = "HTTP/1.1"
-
-    def do_GET(self) -> None:
-        server = self.server
-        assert isinstance(server, StallingServer)
-        if self.path.endswith(".filez"):
-            server.asked.append(self.path)
-            if len(server.asked) > server.allowed:
-                server.stalled.set()
-                server.released.wait(60)
-        try:
-            super().do_GET()
-        except ConnectionError:
-            self.close_connection = True
-
-    def log_message(self, *_: object) -> None:
-        """Says nothing."""
-
-
-class StallingServer(http.server.ThreadingHTTPServer):
-    """See `Stalling`; `asked` are the paths of the objects that were asked for."""
-
-    daemon_threads = True
-
-    def __init__(self, folder: Path, allowed: int) -> None:
-        super().__init__(("127.0.0.1", 0), functools.partial(Stalling, directory=str(folder)))
-        self.allowed = allowed
-        self.asked: list[str] = []
-        self.stalled, self.released = threading.Event(), threading.Event()
-        self.url = f"http://127.0.0.1:{self.server_port}"
-        threading.Thread(target=self.serve_forever, kwargs={"poll_interval": 0.02}, daemon=True).start()
-
-    def __exit__(self, *exception: object) -> None:
-        self.released.set()
-        self.shutdown()
-        super().__exit__(*exception)
 
 
 @pytest.mark.parametrize("verb", ["stage", "apply"])

@@ -57,27 +57,6 @@ def test_the_whole_road_with_the_sample_depots(host: Host, sample: Path) -> None
             check_whole(tree)
 
 
-@pytest.mark.parametrize("transport", ["file", "http"])
-def test_progress_grows_with_the_bytes_pulled(host: Host, sample: Path, transport: str) -> None:
-    server = DepotServer(sample / "main") if transport == "http" else None
-    url = f"file://{sample}/main"
-    if server:
-        server.__enter__()
-        url = server.url
-    task, process = host.start("apply", spec("1.0.0"), [url])
-    seen = []
-    while process.poll() is None:
-        record = host.database.get(task)
-        if record.status == "RUNNING" and (not seen or seen[-1] != record.progress_completed):
-            seen.append(record.progress_completed)
-    if server:
-        server.stop()
-    record = host.end(task, process)
-    assert record.status == "SUCCEEDED" and record.progress_completed == 100
-    assert seen == sorted(seen)
-    assert len([percent for percent in seen if 5 < percent < 80]) >= 3, seen
-
-
 def test_apply_replaces_the_whole_image(host: Host, depot: TinyDepot) -> None:
     host.succeed("apply", spec("1", FULL), [depot.url])
     assert (deployments()[0] / "usr/lib/beta/version").read_text() == "beta 1\n"

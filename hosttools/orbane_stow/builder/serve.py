@@ -16,13 +16,19 @@ class _Handler(http.server.SimpleHTTPRequestHandler):
         """Says nothing: standard error belongs to the caller."""
 
 
+class _Server(http.server.ThreadingHTTPServer):
+    daemon_threads = True
+
+    def handle_error(self, request: object, client_address: object) -> None:
+        """A client may break off at any time."""
+
+
 class DepotServer:
     """Serves one folder. `url` is the depot's address. Usable as a context manager, with a thread of its own."""
 
     def __init__(self, folder: Path, port: int = 0, address: str = "127.0.0.1") -> None:
         handler = functools.partial(_Handler, directory=str(folder))
-        self._server = http.server.ThreadingHTTPServer((address, port), handler)
-        self._server.daemon_threads = True
+        self._server = _Server((address, port), handler)
         self._thread: threading.Thread | None = None
         self.url = f"http://{address}:{self._server.server_port}"
 
