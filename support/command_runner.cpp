@@ -77,6 +77,7 @@ RunCommandResult RunCommand(std::string const& command, std::string const* stand
       CSLogger::Log(0, "[%s]: Failed to write %lu bytes to pipe.", kTag,
                     static_cast<unsigned long>(standardInput->size()));
       ::close(pipe->fd);
+      ZekuserCompat_PAbandon(pipe);
       return {RunWriteFailed, error};
     }
   }
@@ -87,6 +88,7 @@ RunCommandResult RunCommand(std::string const& command, std::string const* stand
       int const error = errno;
       CSLogger::Log(3, "[%s] Error reading from pipe: %s", kTag, std::strerror(error));
       ::close(pipe->fd);
+      ZekuserCompat_PAbandon(pipe);
       return {RunReadFailed, error};
     }
     CSLogger::Log(3, "[%s] Got result : %s", kTag, output->c_str());

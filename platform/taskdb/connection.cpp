@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "platform/taskdb/errors.h"
@@ -37,8 +39,17 @@ class Pool {
     return *pool;
   }
 
+  /// Starts a use; null when no connection is kept. Throws LifeCycle::AccessLockError while init holds the
+  /// path.
   std::unique_ptr<Connection> Take(std::string const& path) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    for (int count = 0; closed_.count(path) > 0; ++count) {
+      lock.unlock();
+      if (!ShortWait(count)) {
+        throw LifeCycle::AccessLockError(EWOULDBLOCK);
+      }
+      lock.lock();
+    }
     ++uses_;
     for (auto entry = kept_.begin(); entry != kept_.end(); ++entry) {
       if (entry->path == path) {
@@ -64,9 +75,15 @@ class Pool {
     --uses_;
   }
 
-  void Forget(std::string const& path) {
+  void Close(std::string const& path) {
     std::lock_guard lock(mutex_);
+    closed_.insert(path);
     std::erase_if(kept_, [&path](Entry const& entry) { return entry.path == path; });
+  }
+
+  void Open(std::string const& path) {
+    std::lock_guard lock(mutex_);
+    closed_.erase(closed_.find(path));
   }
 
  private:
@@ -75,7 +92,7 @@ class Pool {
     std::unique_ptr<Connection> connection;
   };
 
-  Pool() { pthread_atfork(&Pool::PrepareFork, &Pool::AfterFork, &Pool::AfterFork); }
+  Pool() { pthread_atfork(&Pool::PrepareFork, &Pool::ParentAfterFork, &Pool::ChildAfterFork); }
 
   /// SQLite's own books on locks must not say in the child that it holds what only the parent holds.
   static void PrepareFork() {
@@ -88,10 +105,15 @@ class Pool {
     }
     pool.kept_.clear();
   }
-  static void AfterFork() { Instance().mutex_.unlock(); }
+  static void ParentAfterFork() { Instance().mutex_.unlock(); }
+  static void ChildAfterFork() {
+    Instance().closed_.clear();  // the threads that work on init are the parent's
+    Instance().mutex_.unlock();
+  }
 
   std::mutex mutex_;
-  std::vector<Entry> kept_;  // least recently used first
+  std::vector<Entry> kept_;            // least recently used first
+  std::multiset<std::string> closed_;  // paths at which init works
   std::size_t uses_ = 0;
 };
 
@@ -131,6 +153,10 @@ FileIdentity IdentifyFile(std::string const& path) {
   }
   if (!S_ISREG(status.st_mode)) {
     throw LifeCycle::JsonParseError("not a plain file: \"" + path + "\"");
+  }
+  if (status.st_size % kPageBytes != 0) {
+    // SQLite would read the missing part of a page as zeros.
+    throw LifeCycle::JsonParseError("cut short: \"" + path + "\"");
   }
   return {status.st_dev, status.st_ino};
 }
@@ -202,8 +228,12 @@ void Session::CheckUnmoved() const {
   }
 }
 
-void ForgetConnections(std::string const& path) {
-  Pool::Instance().Forget(path);
+InitGate::InitGate(std::string path) : path_(std::move(path)) {
+  Pool::Instance().Close(path_);
+}
+
+InitGate::~InitGate() {
+  Pool::Instance().Open(path_);
 }
 
 }  // namespace TaskDB

@@ -18,7 +18,7 @@ struct FileIdentity {
 };
 
 /// Of a plain file at `path`. Throws LifeCycle::TaskFileNotFoundError when nothing is there and
-/// JsonParseError for anything but a plain file; links are not followed.
+/// JsonParseError for anything but a plain file of whole pages; links are not followed.
 FileIdentity IdentifyFile(std::string const& path);
 
 /// The folder of a database file, open, for the lock that keeps users and init apart: users hold it shared
@@ -74,7 +74,17 @@ class Session {
   bool spoilt_ = false;
 };
 
-/// Closes the kept connections to `path`.
-void ForgetConnections(std::string const& path);
+/// While it lives, no session for `path` starts in this process, so that init need not wait for its own
+/// threads again and again; the kept connections are closed at the start.
+class InitGate {
+ public:
+  explicit InitGate(std::string path);
+  ~InitGate();
+  InitGate(InitGate const&) = delete;
+  InitGate& operator=(InitGate const&) = delete;
+
+ private:
+  std::string const path_;
+};
 
 }  // namespace TaskDB

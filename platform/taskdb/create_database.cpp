@@ -23,21 +23,17 @@ namespace fs = std::filesystem;
 constexpr std::chrono::seconds kWaitForUsers{5};
 constexpr std::chrono::microseconds kBetweenLooks{100};
 
-[[noreturn]] void Fail(std::string const& path, std::string const& reason) {
-  throw std::runtime_error("cannot create the task database \"" + path + "\": " + reason);
-}
-
 /// Who can write to the folder can put another file in the place of ours.
-void CheckFolder(std::string const& path, fs::path const& folder) {
+void CheckFolder(fs::path const& folder) {
   struct stat status {};
   if (stat(folder.c_str(), &status) != 0) {
-    Fail(path, std::strerror(errno));
+    throw std::runtime_error(std::strerror(errno));
   }
   bool const foreignOwner = status.st_uid != 0 && status.st_uid != geteuid();
   bool const foreignGroup =
       (status.st_mode & S_IWGRP) != 0 && status.st_gid != 0 && status.st_gid != getegid();
   if (foreignOwner || foreignGroup || (status.st_mode & S_IWOTH) != 0) {
-    Fail(path, "others can write to its folder");
+    throw std::runtime_error("others can write to its folder");
   }
 }
 
@@ -70,24 +66,20 @@ void BuildDatabase(std::string const& path) {
 }  // namespace
 
 void CreateDatabase(std::string const& path) {
-  ForgetConnections(path);
+  InitGate const gate(path);
   std::string const fresh = path + ".new";
   try {
     fs::path const folder = fs::absolute(path).parent_path();
     fs::create_directories(folder);
-    CheckFolder(path, folder);
+    CheckFolder(folder);
     FolderLock const lock(path);
     LockOutUsers(lock);
     RemoveDatabase(fresh);
     RemoveDatabase(path);
     BuildDatabase(fresh);
-    if (rename(fresh.c_str(), path.c_str()) != 0) {
-      Fail(path, std::strerror(errno));
-    }
-  } catch (std::runtime_error const& failure) {
-    Fail(path, failure.what());
+    fs::rename(fresh, path);
   } catch (std::exception const& failure) {
-    Fail(path, failure.what());
+    throw std::runtime_error("cannot create the task database \"" + path + "\": " + failure.what());
   }
   Reserve(path).Ensure();
 }

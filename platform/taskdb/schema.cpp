@@ -3,6 +3,7 @@
 namespace TaskDB {
 
 char const kCreateSchema[] = R"sql(
+PRAGMA page_size = 4096;
 PRAGMA synchronous = OFF;
 PRAGMA journal_mode = WAL;
 BEGIN;

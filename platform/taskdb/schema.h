@@ -9,6 +9,8 @@ namespace TaskDB {
 /// "KEEL" in the header of the file.
 inline constexpr std::int32_t kApplicationId = 0x4b45454c;
 inline constexpr std::int32_t kSchemaVersion = 1;
+/// The file is always a whole number of pages.
+inline constexpr std::int64_t kPageBytes = 4096;
 
 /// Creates everything in an empty file.
 extern char const kCreateSchema[];

@@ -10,7 +10,7 @@ import time
 from typing import Optional, Tuple
 
 from orbane_taskdb.errors import AccessLockError, ParseError, TaskDatabaseError, TaskFileNotFoundError
-from orbane_taskdb.schema import CREATE_SCHEMA
+from orbane_taskdb.schema import CREATE_SCHEMA, PAGE_BYTES
 
 RESERVE_BYTES = 1024 * 1024
 # A user holds its lock for a fraction of a millisecond, init for some milliseconds.
@@ -33,6 +33,9 @@ def identify(path: str) -> FileIdentity:
         raise AccessLockError(str(error)) from error
     if not stat.S_ISREG(status.st_mode):
         raise ParseError(f'not a plain file: "{path}"')
+    if status.st_size % PAGE_BYTES != 0:
+        # SQLite would read the missing part of a page as zeros.
+        raise ParseError(f'cut short: "{path}"')
     return status.st_dev, status.st_ino
 
 

@@ -2,8 +2,10 @@
 
 APPLICATION_ID = 0x4B45454C  # "KEEL"
 SCHEMA_VERSION = 1
+PAGE_BYTES = 4096  # the file is always a whole number of pages
 
 CREATE_SCHEMA = """
+PRAGMA page_size = 4096;
 PRAGMA synchronous = OFF;
 PRAGMA journal_mode = WAL;
 BEGIN;
