@@ -1,0 +1,219 @@
+"""Death, full disks, and many users at once."""
+
+import contextlib
+import os
+import signal
+import subprocess
+from pathlib import Path
+from typing import Iterator, List
+
+import pytest
+
+from taskdb_cases import HELPER, hexadecimal, integrity, listed, run
+
+from orbane_taskdb import TaskDatabaseError, TaskManager
+
+SUFFIXES = ("", "-wal", "-shm", "-reserve")
+
+
+@pytest.fixture
+def path(tmp_path: Path) -> Path:
+    tmp_path.chmod(0o700)
+    return tmp_path / "task-status.json.db"
+
+
+def hammer(path: Path, prefix: str, *count: str) -> "subprocess.Popen[str]":
+    return subprocess.Popen([str(HELPER), str(path), "hammer", prefix, *count], stdout=subprocess.PIPE, text=True)
+
+
+def next_lines(process: "subprocess.Popen[str]", count: int) -> List[str]:
+    assert process.stdout is not None
+    return [process.stdout.readline().strip() for _ in range(count)]
+
+
+def test_killed_in_the_middle_nothing_told_is_lost(path: Path) -> None:
+    run(path, "init")
+    told: List[str] = []
+    for round in range(15):
+        two = [hammer(path, f"{round}a-"), hammer(path, f"{round}b-")]
+        for process in two:
+            told += next_lines(process, 3 + round)
+        for process in two:
+            process.send_signal(signal.SIGKILL)
+            output, _ = process.communicate()
+            told += [line for line in output.split("\n")[:-1]]
+            assert process.returncode == -signal.SIGKILL
+    records = listed(path)
+    with TaskManager(str(path)) as tasks:
+        assert tasks.list() == records
+        for id in told:
+            assert records[id].status == "SUCCEEDED", id
+            assert records[id].result == '"done"'
+            assert records[id].notifications == ["{}"]
+        # Whatever was under way stands between two operations.
+        for record in records.values():
+            assert record.status in ("PENDING", "RUNNING", "SUCCEEDED")
+            assert (record.status == "SUCCEEDED") == (record.result != "")
+        tasks.create_task("after")
+    assert integrity(path) == "ok"
+
+
+def test_two_processes_and_a_third_of_the_other_language(path: Path) -> None:
+    run(path, "init")
+    others = [hammer(path, "a-", "150"), hammer(path, "b-", "150")]
+    with TaskManager(str(path)) as tasks:
+        for i in range(100):
+            tasks.create_task(f"p-{i}", retries=50)
+            tasks.start_task(f"p-{i}", retries=50)
+            tasks.complete_task(f"p-{i}", "1", retries=50)
+        for process in others:
+            process.communicate()
+            assert process.returncode == 0
+        assert len(tasks.list()) == 400
+    assert integrity(path) == "ok"
+
+
+def test_init_while_others_are_at_work(path: Path) -> None:
+    run(path, "init")
+    for round in range(10):
+        others = [hammer(path, f"{round}a-"), hammer(path, f"{round}b-")]
+        for process in others:
+            next_lines(process, 1)
+        run(path, "init")
+        for process in others:
+            process.kill()
+            process.communicate()
+            # Whoever was in the middle of a task has said that it is gone; else it went on in the new file.
+            assert process.returncode in (11, 13, -signal.SIGKILL)
+        assert integrity(path) == "ok"
+        assert not any(record.id.endswith("-0") for record in listed(path).values()), "what was before is gone"
+    run(path, "create", "a")
+    assert "a" in listed(path)
+
+
+def test_deletion_while_others_are_at_work(path: Path) -> None:
+    run(path, "init")
+    process = hammer(path, "a-")
+    next_lines(process, 1)
+    path.unlink()
+    process.communicate()
+    assert process.returncode == 11
+    run(path, "init")
+    assert listed(path) == {}
+    assert integrity(path) == "ok"
+
+
+def test_a_fork_of_python_uses_the_file_like_any_other(path: Path) -> None:
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("parent")
+        child = os.fork()
+        if child == 0:
+            status = 1
+            with contextlib.suppress(BaseException):
+                tasks.create_task("child", retries=50)
+                status = 0
+            os._exit(status)
+        assert os.waitpid(child, 0)[1] == 0
+        tasks.start_task("parent")
+        assert sorted(tasks.list()) == ["child", "parent"]
+        assert sorted(listed(path)) == ["child", "parent"]
+
+
+@pytest.fixture
+def small_disk(tmp_path: Path) -> Iterator[Path]:
+    """A file system of 4 MB."""
+    folder = tmp_path / "disk"
+    folder.mkdir()
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m,mode=0700", "tmpfs", str(folder)], check=True)
+    try:
+        yield folder
+    finally:
+        subprocess.run(["umount", "-l", str(folder)], check=True)
+
+
+def fill(disk: Path) -> Path:
+    """Takes all of the room that is left."""
+    filler = disk / "filler"
+    with filler.open("ab", buffering=0) as file, contextlib.suppress(OSError):
+        while True:
+            file.write(bytes(4096))
+    return filler
+
+
+def refuse_until_full(path: Path, tasks: TaskManager) -> None:
+    """Writes of progress go on in the room that the journal has, and then are refused."""
+    with pytest.raises(TaskDatabaseError, match="full"):
+        for i in range(5000):
+            tasks.create_task(f"filling-{i}")
+
+
+@pytest.mark.parametrize("language", ["C++", "Python"])
+def test_a_failure_is_recorded_on_a_full_disk(small_disk: Path, language: str) -> None:
+    path = small_disk / "task-status.json.db"
+    reserve = small_disk / "task-status.json.db-reserve"
+    error = '{"@error":"no room"}' + " " * 20_000
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("a")
+        tasks.start_task("a")
+        filler = fill(small_disk)
+        refuse_until_full(path, tasks)
+        assert reserve.exists(), "only the end of a task may take it"
+        if language == "C++":
+            run(path, "fail", "a", hexadecimal(error))
+        else:
+            tasks.fail_task("a", error)
+        assert tasks.get("a").status == "FAILED"
+        assert tasks.get("a").error == error
+        assert listed(path)["a"].error == error
+        filler.unlink()
+        tasks.create_task("b")
+        assert reserve.stat().st_size == 1024 * 1024, "it comes back when there is room"
+    assert integrity(path) == "ok"
+
+
+def test_a_success_is_recorded_on_a_full_disk(small_disk: Path) -> None:
+    path = small_disk / "task-status.json.db"
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("a")
+        fill(small_disk)
+        refuse_until_full(path, tasks)
+        result = '"' + "x" * 30_000 + '"'
+        run(path, "complete", "a", hexadecimal(result))
+        assert tasks.get("a").result == result
+
+
+def test_init_on_a_full_disk_uses_the_room_of_the_old_files(small_disk: Path) -> None:
+    path = small_disk / "task-status.json.db"
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("a")
+        fill(small_disk)
+        run(path, "init")
+        assert tasks.list() == {}
+        tasks.create_task("b")
+
+
+def test_without_any_room_init_says_why(small_disk: Path) -> None:
+    fill(small_disk)
+    path = small_disk / "task-status.json.db"
+    assert "cannot create the task database" in run(path, "init", code=13)
+    with pytest.raises(TaskDatabaseError, match="cannot create the task database"):
+        TaskManager(str(path)).init()
+
+
+def test_a_read_only_disk_is_told(small_disk: Path) -> None:
+    path = small_disk / "task-status.json.db"
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("a")
+    run(path, "list")
+    subprocess.run(["mount", "-o", "remount,ro", str(small_disk)], check=True)
+    for words in (("create", "b"), ("start", "a"), ("init",)):
+        done = subprocess.run([str(HELPER), str(path), *words], capture_output=True, text=True, check=False)
+        assert done.returncode in (10, 13), (words, done.stderr)
+        assert done.stderr.strip()
+    with pytest.raises(TaskDatabaseError):
+        TaskManager(str(path)).create_task("b")
