@@ -4,7 +4,9 @@ from __future__ import annotations
 
 import json
 import os
+import signal
 import subprocess
+import urllib.request
 import xml.etree.ElementTree as xml
 from pathlib import Path
 
@@ -166,6 +168,19 @@ def test_a_folder_that_is_no_depot(tmp_path: Path, words: list[str]) -> None:
     more = ["base/a/1"] if words == ["remove"] else []
     answer = keel_depot(*words, tmp_path, *more)
     assert answer.returncode == 1 and len(answer.stderr.splitlines()) == 1
+
+
+def test_serving_a_depot(depot: TinyDepot) -> None:
+    with subprocess.Popen(["/usr/bin/keel-depot", "serve", str(depot.path)], stdout=subprocess.PIPE, text=True) as server:
+        try:
+            assert server.stdout is not None
+            url = server.stdout.readline().strip()
+            assert url.startswith("http://127.0.0.1:")
+            for name in ("index.xml", "summary"):
+                assert urllib.request.urlopen(f"{url}/{name}", timeout=60).read() == (depot.path / name).read_bytes()
+        finally:
+            server.send_signal(signal.SIGINT)
+    assert server.returncode == 130
 
 
 def test_special_files_are_refused(depot: TinyDepot, tmp_path: Path) -> None:

@@ -211,6 +211,9 @@ def test_a_damaged_object_on_the_host_is_fetched_anew(host: Host, depot: TinyDep
         _flip(held)
         host.succeed("apply", spec("2", {"alpha": "2"}), [url])
         check_whole(deployments()[0])
+        checked = subprocess.run(["ostree", "fsck", f"--repo={IMAGE_ROOT}/ostree/repo"], capture_output=True, text=True,
+                                 check=False)
+        assert checked.returncode == 0 and "partial" not in checked.stdout, checked.stdout + checked.stderr
 
 
 def test_damage_on_the_host_that_no_depot_can_mend(host: Host, depot: TinyDepot, tmp_path: Path) -> None:
