@@ -78,6 +78,10 @@ function(keeld_add_test name)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} ENVIRONMENT "${KEELD_TEST_ENVIRONMENT}")
 endfunction()
 
+# Unit tests whose code runs in more than one thread: those that a thread sanitizer build is about.
+set(KEELD_THREADED_TESTS access_lock daemon http_server platform_logging platform_logging_syslog platform_poll
+    platform_process platform_taskdb scheduler support task_service values)
+
 # keeld_unit_test(NAME [SANDBOX] [TIMEOUT seconds] [LINK target...]): executable unit_NAME of all .cpp files of the
 # current folder, and one ctest entry unit.NAME that runs all its cases (GTEST_FILTER picks some).
 function(keeld_unit_test name)
@@ -85,6 +89,10 @@ function(keeld_unit_test name)
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   add_executable(unit_${name} ${sources})
   target_link_libraries(unit_${name} PRIVATE keeld_options ${arg_LINK} GTest::gmock GTest::gtest_main)
+  if(KEELD_SANITIZE MATCHES thread AND NOT name IN_LIST KEELD_THREADED_TESTS)
+    set_target_properties(unit_${name} PROPERTIES EXCLUDE_FROM_ALL ON)
+    return()
+  endif()
   set(options TIMEOUT ${arg_TIMEOUT})
   if(arg_SANDBOX)
     list(APPEND options SANDBOX)

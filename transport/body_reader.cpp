@@ -24,7 +24,7 @@ boost::asio::mutable_buffer BodyBuffer::Room() {
       return {};
     }
     // realloc: large blocks are moved by remapping instead of copying.
-    void* const grown = std::realloc(bytes_.get(), capacity);  // NOLINT(cppcoreguidelines-no-malloc)
+    void* const grown = std::realloc(bytes_.get(), capacity);
     if (grown == nullptr) {
       return {};
     }

@@ -35,7 +35,7 @@ class BodyBuffer {
 
  private:
   struct Free {
-    void operator()(char* bytes) const noexcept { std::free(bytes); }  // NOLINT(cppcoreguidelines-no-malloc)
+    void operator()(char* bytes) const noexcept { std::free(bytes); }
   };
 
   std::unique_ptr<char, Free> bytes_;

@@ -70,7 +70,7 @@ namespace ServerDetail {
 // The head buffer is not cleared: nothing behind `bytesRead` is ever looked at.
 Request::Request() noexcept : phr() {
   phr.headers.count = kMaxHeaders;
-}  // NOLINT(*-pro-type-member-init)
+}
 
 boost::asio::mutable_buffer Request::FreeHead() {
   return boost::asio::buffer(head) + bytesRead;
