@@ -21,6 +21,13 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_L
   # False alarms on `"text" + std::string` at -O3: GCC bug 105651.
   target_compile_options(keeld_options INTERFACE -Wno-restrict)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+  # Functions that pass their caller's printf format on.
+  target_compile_options(keeld_options INTERFACE -Wno-format-nonliteral)
+endif()
+if(KEELD_FUZZ)
+  target_compile_options(keeld_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 target_compile_definitions(keeld_options INTERFACE BOOST_BIND_GLOBAL_PLACEHOLDERS _FILE_OFFSET_BITS=64)
 target_link_libraries(keeld_options INTERFACE Threads::Threads)
 if(KEELD_SANITIZE)

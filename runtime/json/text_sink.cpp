@@ -4,6 +4,7 @@
 #include <rapidjson/internal/itoa.h>
 
 #include <cstdint>
+#include <cstring>
 
 #ifdef __SSE2__
 #include <emmintrin.h>

@@ -1,9 +1,9 @@
 // Where the JSON writers put their text.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -28,8 +28,7 @@ class TextSink {
       return;
     }
     Need(text.size());
-    std::memcpy(next_, text.data(), text.size());
-    next_ += text.size();
+    next_ = std::copy(text.begin(), text.end(), next_);
   }
   void Blanks(std::size_t count) {
     for (; count > 0; --count)

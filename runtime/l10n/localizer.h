@@ -82,7 +82,7 @@ class Localizer {
   std::vector<std::string> locales_;
   MessageTemplateFunction templates_;
   ArgumentFormatter formatter_;
-  LocalizerSpec spec_;
+  [[maybe_unused]] LocalizerSpec spec_;
 };
 
 /// The rendering context of one call.
