@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/data/block_cache.h"
 #include "runtime/data/native.h"
 #include "runtime/data/value.h"
 #include "runtime/message.h"
@@ -42,7 +43,7 @@ class Deque {
   }
 
  private:
-  std::deque<Entry> entries_;
+  std::deque<Entry, BlockCacheAllocator<Entry>> entries_;
 };
 
 namespace V2N_internal {
@@ -119,8 +120,9 @@ class StackMapCnt {
     return text.empty() ? "$" : text;
   }
 
-  std::vector<std::pair<Entry, std::size_t>> entries_;  // the front is at the end
-  std::vector<Place> places_;
+  std::vector<std::pair<Entry, std::size_t>, BlockCacheAllocator<std::pair<Entry, std::size_t>>>
+      entries_;  // the front is at the end
+  std::vector<Place, BlockCacheAllocator<Place>> places_;
   std::size_t current_ = kTop;
   bool refuseUnknown_;
 };

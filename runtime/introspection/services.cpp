@@ -118,7 +118,10 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& /*input*/
                            AsyncResult<std::shared_ptr<Svc::Info const>> const& result) {
   auto info = std::make_shared<Svc::Info>();
   info->id = name_;
-  info->checksum = Checksum(*interfaces_);
+  if (checksum_.empty()) {
+    checksum_ = Checksum(*interfaces_);
+  }
+  info->checksum = checksum_;
   result(info);
 }
 

@@ -37,13 +37,15 @@ class AsyncServiceImpl final : public Bindings::ProviderSvc::AsyncServiceInterfa
  public:
   AsyncServiceImpl(std::shared_ptr<Container const> interfaces, std::string name)
       : interfaces_(std::move(interfaces)), name_(std::move(name)) {}
-  /// The provider's name, and a checksum of all that can be called.
+  /// The provider's name, and a checksum of all that can be called. The checksum is made at the first call
+  /// and kept: the interfaces don't change once the daemon serves. I/O thread only.
   void Get(std::shared_ptr<Bindings::ProviderSvc::GetInput const> const& input,
            AsyncResult<std::shared_ptr<Bindings::ProviderSvc::Info const>> const& result) override;
 
  private:
   std::shared_ptr<Container const> interfaces_;
   std::string name_;
+  std::string checksum_;
 };
 }  // namespace ProviderSvc
 

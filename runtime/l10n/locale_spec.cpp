@@ -138,7 +138,12 @@ bool IsTimezoneName(boost::string_view name) {
   });
 }
 
-std::string const* Entry(Core::ExecutionContext const& context, char const* name) {
+// Made once: each call looks for them.
+std::string const kAcceptLanguage = "accept-language";
+std::string const kFormatLocale = "lumo-ctx-format-locale";
+std::string const kTimezone = "lumo-ctx-timezone";
+
+std::string const* Entry(Core::ExecutionContext const& context, std::string const& name) {
   auto const& data = context.applicationData();
   auto const found = data.find(name);
   return found == data.end() ? nullptr : &found->second;
@@ -223,9 +228,9 @@ std::shared_ptr<LocaleSpec const> GetFixedLocaleSpec() {
 
 std::shared_ptr<LocaleSpec const> ExtractLocaleSpec(std::shared_ptr<Core::ExecutionContext> const& context,
                                                     std::error_code& ec) {
-  std::string const* const language = context ? Entry(*context, "accept-language") : nullptr;
-  std::string const* const format = context ? Entry(*context, "lumo-ctx-format-locale") : nullptr;
-  std::string const* const timezone = context ? Entry(*context, "lumo-ctx-timezone") : nullptr;
+  std::string const* const language = context ? Entry(*context, kAcceptLanguage) : nullptr;
+  std::string const* const format = context ? Entry(*context, kFormatLocale) : nullptr;
+  std::string const* const timezone = context ? Entry(*context, kTimezone) : nullptr;
   if (!language && !format && !timezone) {
     return GetFixedLocaleSpec();
   }

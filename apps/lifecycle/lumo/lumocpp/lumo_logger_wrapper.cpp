@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "platform/logging/logging.h"
 
@@ -75,31 +74,38 @@ class LineStream {
   std::ostream stream_{&buffer_};
 };
 
-/// The streams of this thread that no record uses. One suffices unless a record is made while another is
-/// open.
-thread_local std::vector<std::unique_ptr<LineStream>> idleStreams;
+/// What this thread keeps for its next record: a stream, and the memory of the record itself. One of each
+/// suffices unless a record is made while another is open.
+struct Spare {
+  Spare() = default;
+  Spare(Spare const&) = delete;
+  Spare& operator=(Spare const&) = delete;
+  ~Spare() { ::operator delete(memory); }
 
-std::unique_ptr<LineStream> TakeStream() {
-  if (idleStreams.empty()) {
-    return std::make_unique<LineStream>();
-  }
-  auto stream = std::move(idleStreams.back());
-  idleStreams.pop_back();
-  return stream;
-}
+  std::unique_ptr<LineStream> line;
+  void* memory = nullptr;
+};
+
+thread_local Spare spare;
 
 }  // namespace
 
 class LumoLoggerWrapper::Record final : public Lumo::Log::LogRecord {
  public:
-  explicit Record(int level) : level_(level), line_(TakeStream()) {}
+  explicit Record(int level)
+      : level_(level), line_(spare.line ? std::move(spare.line) : std::make_unique<LineStream>()) {}
   Record(Record const&) = delete;
   Record& operator=(Record const&) = delete;
   ~Record() override {
     CSLogger::LogText(Translate(level_).priority, line_->text());
     line_->Reset();
-    idleStreams.push_back(std::move(line_));
+    spare.line = std::move(line_);
   }
+
+  static void* operator new(std::size_t size) {
+    return spare.memory ? std::exchange(spare.memory, nullptr) : ::operator new(size);
+  }
+  static void operator delete(void* memory) { ::operator delete(std::exchange(spare.memory, memory)); }
 
   std::ostream& stream() override { return line_->stream(); }
 
