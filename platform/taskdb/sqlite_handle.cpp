@@ -1,6 +1,8 @@
 #include "platform/taskdb/sqlite_handle.h"
 
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "platform/taskdb/short_wait.h"
 #include "platform/text/text.h"
@@ -8,9 +10,18 @@
 namespace TaskDB {
 namespace {
 
+SqliteFailure FailureOf(sqlite3* database) {
+  int const systemError = sqlite3_system_errno(database);
+  char const* const reason = systemError != 0 ? strerrordesc_np(systemError) : nullptr;
+  std::string text = sqlite3_errmsg(database);
+  if (reason != nullptr) {
+    text += std::string(": ") + reason;
+  }
+  return SqliteFailure(sqlite3_extended_errcode(database), systemError, std::move(text));
+}
+
 [[noreturn]] void Fail(sqlite3* database) {
-  throw SqliteFailure(sqlite3_extended_errcode(database), sqlite3_system_errno(database),
-                      sqlite3_errmsg(database));
+  throw FailureOf(database);
 }
 
 int WaitForLock(void* /*unused*/, int count) {
@@ -33,7 +44,8 @@ bool SqliteFailure::isDamage() const {
 }
 
 bool SqliteFailure::isFull() const {
-  return (code_ & 0xff) == SQLITE_FULL || systemError_ == ENOSPC || systemError_ == EDQUOT;
+  return (code_ & 0xff) == SQLITE_FULL || code_ == SQLITE_IOERR_SHMSIZE || systemError_ == ENOSPC ||
+         systemError_ == EDQUOT;
 }
 
 bool SqliteFailure::isGone() const {
@@ -102,8 +114,7 @@ SqliteHandle::SqliteHandle(std::string const& path, AtClose atClose) {
   int const flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX;
   int const result = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
   if (result != SQLITE_OK) {
-    SqliteFailure const failure(sqlite3_extended_errcode(database_), sqlite3_system_errno(database_),
-                                sqlite3_errmsg(database_));
+    SqliteFailure const failure = FailureOf(database_);
     sqlite3_close_v2(database_);
     throw failure;
   }

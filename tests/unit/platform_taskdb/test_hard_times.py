@@ -141,11 +141,22 @@ def fill(disk: Path) -> Path:
     return filler
 
 
-def refuse_until_full(path: Path, tasks: TaskManager) -> None:
-    """Writes of progress go on in the room that the journal has, and then are refused."""
+def fill_beside(path: Path, tasks: TaskManager) -> Path:
+    """Takes all the room, and that inside the database's own files: no further record can be made."""
+    filler = fill(path.parent)
     with pytest.raises(TaskDatabaseError, match="full"):
         for i in range(5000):
             tasks.create_task(f"filling-{i}")
+    # Closing folds the journal into the file, which sets room free once more.
+    tasks.close()
+    fill(path.parent)
+    assert "No space left on device" in run(path, "create", "refused", code=13)
+    with pytest.raises(TaskDatabaseError):
+        tasks.create_task("refused")
+    tasks.close()
+    fill(path.parent)
+    assert path.with_name(path.name + "-reserve").exists(), "only the end of a task may take it"
+    return filler
 
 
 @pytest.mark.parametrize("language", ["C++", "Python"])
@@ -157,9 +168,7 @@ def test_a_failure_is_recorded_on_a_full_disk(small_disk: Path, language: str) -
         tasks.init()
         tasks.create_task("a")
         tasks.start_task("a")
-        filler = fill(small_disk)
-        refuse_until_full(path, tasks)
-        assert reserve.exists(), "only the end of a task may take it"
+        filler = fill_beside(path, tasks)
         if language == "C++":
             run(path, "fail", "a", hexadecimal(error))
         else:
@@ -178,8 +187,7 @@ def test_a_success_is_recorded_on_a_full_disk(small_disk: Path) -> None:
     with TaskManager(str(path)) as tasks:
         tasks.init()
         tasks.create_task("a")
-        fill(small_disk)
-        refuse_until_full(path, tasks)
+        fill_beside(path, tasks)
         result = '"' + "x" * 30_000 + '"'
         run(path, "complete", "a", hexadecimal(result))
         assert tasks.get("a").result == result
