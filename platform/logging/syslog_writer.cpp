@@ -105,6 +105,12 @@ class BatchSender {
 SyslogWriter::SyslogWriter(std::string tag, std::string socketPath)
     : tag_(std::move(tag)), socketPath_(std::move(socketPath)), queue_(new LineQueue(kQueueBytes)) {}
 
+SyslogWriter::~SyslogWriter() {
+  if (!started_.load(std::memory_order_acquire)) {
+    delete queue_;
+  }
+}
+
 bool SyslogWriter::Write(int priority, std::string_view context, std::string_view text) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME_COARSE, &now);  // lines show seconds

@@ -16,6 +16,9 @@ namespace Orbane {
 class SyslogWriter {
  public:
   SyslogWriter(std::string tag, std::string socketPath);
+  ~SyslogWriter();
+  SyslogWriter(SyslogWriter const&) = delete;
+  SyslogWriter& operator=(SyslogWriter const&) = delete;
 
   /// Any thread. Never blocks. False when the line was dropped.
   bool Write(int priority, std::string_view context, std::string_view text);
