@@ -21,7 +21,7 @@ struct TailText {
 
   operator std::string_view() const {
     if (source.empty())
-      return {tail, 0};
+      return {};
     return {static_cast<char const*>(std::memcpy(tail, source.data(), source.size())), source.size()};
   }
 };

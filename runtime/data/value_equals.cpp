@@ -1,4 +1,5 @@
-#include <cstring>
+#include <bit>
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -21,7 +22,7 @@ bool SameNode(DataValue const& a, DataValue const& b, std::vector<Pair>& pending
     case Kind::Double: {
       double const x = As<DoubleValue>(&a)->value();
       double const y = As<DoubleValue>(&b)->value();
-      return std::memcmp(&x, &y, sizeof x) == 0;
+      return std::bit_cast<std::uint64_t>(x) == std::bit_cast<std::uint64_t>(y);
     }
     case Kind::String:
     case Kind::Binary:

@@ -1,8 +1,8 @@
 #include "runtime/json/text_scanner.h"
 
-#include <locale.h>
 #include <algorithm>
 #include <charconv>
+#include <clocale>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>

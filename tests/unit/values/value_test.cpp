@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "runtime/json/serializers.h"
 #include "tests/unit/json/tree.h"
 
 namespace Lumo::Data {
@@ -263,28 +264,37 @@ TEST(Value, PrintsAtMost16KiB) {
   EXPECT_EQ(list->ToString().size(), 16'384U);
 }
 
-// One million levels of each container would overflow any stack.
+// As many levels of each container would overflow the stack of any function that recursed.
 TEST(Value, NothingRecursesOverDeepValues) {
-  using Wrap = DataValuePtr (*)(DataValuePtr const&);
-  Wrap const wraps[] = {
-      [](DataValuePtr const& inner) -> DataValuePtr { return List(Form::List, {inner}); },
-      [](DataValuePtr const& inner) -> DataValuePtr {
-        return Struct("n", {{"f", inner}});
-      },
-      [](DataValuePtr const& inner) -> DataValuePtr { return Optional(inner); },
-      [](DataValuePtr const& inner) -> DataValuePtr {
-        return List(Form::Map, {Tree::Entry(Str("k"), inner)});
-      },
+  struct Case {
+    int depth;
+    DataValuePtr (*wrap)(DataValuePtr const&);
+  } const cases[] = {
+      {1'000'000, [](DataValuePtr const& inner) -> DataValuePtr { return List(Form::List, {inner}); }},
+      {200'000,
+       [](DataValuePtr const& inner) -> DataValuePtr {
+         return Struct("n", {{"f", inner}});
+       }},
+      {200'000, [](DataValuePtr const& inner) { return Optional(inner); }},
+      {200'000,
+       [](DataValuePtr const& inner) -> DataValuePtr {
+         return List(Form::Map, {Tree::Entry(Str("k"), inner)});
+       }},
   };
-  for (Wrap const wrap : wraps) {
+  for (Case const& test : cases) {
     DataValuePtr first = Int(1);
     DataValuePtr second = Int(1);
-    for (int depth = 0; depth < 1'000'000; ++depth) {
-      first = wrap(first);
-      second = wrap(second);
+    for (int depth = 0; depth < test.depth; ++depth) {
+      first = test.wrap(first);
+      second = test.wrap(second);
     }
     EXPECT_TRUE(DataValue::Equals(*first, *second));
     EXPECT_LE(first->ToString().size(), 16'384U);
+    std::string text;
+    std::shared_ptr<ErrorValue const> error;
+    Protocol::Json::JsonDataSerializer<0>::SerializeValue(first, text, error);
+    EXPECT_FALSE(error);
+    EXPECT_GT(text.size(), 2U * static_cast<std::size_t>(test.depth));
   }
 }
 
