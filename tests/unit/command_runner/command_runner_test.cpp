@@ -100,6 +100,7 @@ TEST_F(CommandRunner, WriteFailureClosesAndDoesNotWait) {
   std::string const input = "four";
   EXPECT_EQ(RunCommand("tool", &input, nullptr), (RunCommandResult{LifeCycle::RunWriteFailed, EBADF}));
   EXPECT_THAT(FakeProcess::Calls(), testing::Not(testing::Contains("close")));
+  EXPECT_THAT(FakeProcess::Calls(), testing::Contains("abandon"));
   EXPECT_EQ(FakeProcess::Calls().back(), "destroy");
   EXPECT_FALSE(IsOpen(fd));
   EXPECT_EQ(log_.lines().back(), (CapturedLine{0, "[RunCommand]: Failed to write 4 bytes to pipe."}));
@@ -112,6 +113,7 @@ TEST_F(CommandRunner, ReadFailureClosesAndDoesNotWait) {
   EXPECT_EQ(RunCommand("tool", nullptr, &output), (RunCommandResult{LifeCycle::RunReadFailed, EISDIR}));
   EXPECT_EQ(output, "kept");
   EXPECT_THAT(FakeProcess::Calls(), testing::Not(testing::Contains("close")));
+  EXPECT_THAT(FakeProcess::Calls(), testing::Contains("abandon"));
   EXPECT_FALSE(IsOpen(fd));
   EXPECT_EQ(log_.lines().back(), (CapturedLine{3, "[RunCommand] Error reading from pipe: Is a directory"}));
 }

@@ -73,6 +73,10 @@ int ZekuserCompat_PClose(ZekuserPipe* pipe, int* status) {
   return script.closeStatus;
 }
 
+void ZekuserCompat_PAbandon(ZekuserPipe* pipe) {
+  calls.emplace_back(pipe == &openPipe ? "abandon" : "abandon another");
+}
+
 char const* ZekuserStatus_CodeToString(int status, char* buffer, std::size_t size, int extra) {
   std::snprintf(buffer, size, "status %d of %zu, %d", status, size, extra);
   return buffer;
