@@ -21,6 +21,14 @@
 // keep books that belong to the caller.
 #define KEELD_IN_CHILD __attribute__((no_sanitize("address", "thread", "undefined"), noinline))
 
+#if defined(__SANITIZE_THREAD__)
+// The sanitizer takes `clone` for a fork and changes its own state from the child; this name it leaves alone.
+extern "C" int __clone(int (*function)(void*), void* stack, int flags, void* argument, ...);
+#define KEELD_CLONE __clone
+#else
+#define KEELD_CLONE clone
+#endif
+
 namespace Orbane {
 namespace {
 
@@ -111,7 +119,8 @@ KEELD_IN_CHILD int RunChild(void* argument) {
   if (!request.detach) {
     return BecomeProgram(argument);
   }
-  plan.programPid = clone(BecomeProgram, plan.innerStackTop, CLONE_VM | CLONE_VFORK | SIGCHLD, argument);
+  plan.programPid =
+      KEELD_CLONE(BecomeProgram, plan.innerStackTop, CLONE_VM | CLONE_VFORK | SIGCHLD, argument);
   if (plan.programPid < 0) {
     FailChild(plan);
   }
@@ -216,7 +225,7 @@ pid_t CloneWithSignalsBlocked(ChildPlan& plan, char* stackTop) {
   std::fill(std::begin(all), std::end(all), 0xff);
   unsigned char original[kSignalSetBytes];
   syscall(SYS_rt_sigprocmask, SIG_SETMASK, all, original, kSignalSetBytes);
-  pid_t const pid = clone(RunChild, stackTop, CLONE_VM | CLONE_VFORK | SIGCHLD, &plan);
+  pid_t const pid = KEELD_CLONE(RunChild, stackTop, CLONE_VM | CLONE_VFORK | SIGCHLD, &plan);
   int const error = errno;
   syscall(SYS_rt_sigprocmask, SIG_SETMASK, original, nullptr, kSignalSetBytes);
   errno = error;

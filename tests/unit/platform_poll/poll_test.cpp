@@ -15,7 +15,7 @@ using std::chrono::steady_clock;
 char volatile exitFlag = 0;
 
 extern "C" void SetExitFlag(int /*signal*/) {
-  exitFlag = 1;
+  __atomic_store_n(&exitFlag, 1, __ATOMIC_RELEASE);
 }
 
 class PollLoop : public ::testing::Test {
@@ -87,7 +87,7 @@ TEST_F(PollLoop, ASignalThatMeansNothingToTheFlagDoesNotEndTheWait) {
       pthread_kill(waiting, SIGUSR1);
       std::this_thread::yield();
     }
-    exitFlag = 2;
+    __atomic_store_n(&exitFlag, 2, __ATOMIC_RELEASE);
   });
   Poll_Loop(true, &exitFlag, 0);
   EXPECT_EQ(exitFlag, 2);
