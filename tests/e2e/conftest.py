@@ -13,7 +13,7 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
-from harness.daemon import OUTPUT, PROGRAM, Daemon, descendants_of_init  # noqa: E402
+from harness.daemon import OUTPUT, PROGRAM, Daemon, processes, remember_bystanders  # noqa: E402
 from harness.depots import Depots, DepotServer  # noqa: E402
 from harness.disks import SmallDisk  # noqa: E402
 from harness.syslog import SystemLog  # noqa: E402
@@ -30,6 +30,7 @@ def pytest_configure(config: pytest.Config) -> None:
         pytest.exit("run end-to-end tests inside the sandbox: tests/sandbox/run /usr/bin/python3 -m pytest tests/e2e/...", 2)
     if not PROGRAM.exists():
         pytest.exit("the stage has no /usr/sbin/keeld: build the target `stage` first", 2)
+    remember_bystanders()
 
 
 @pytest.fixture(autouse=True)
@@ -41,12 +42,12 @@ def clean_host() -> Iterator[None]:
     for path in (OUTPUT, pathlib.Path("/run/lifecycle.scan.swspec")):
         path.unlink(missing_ok=True)
     yield
-    for pid in descendants_of_init():
+    for pid in processes():
         try:
             os.kill(pid, signal.SIGKILL)
         except ProcessLookupError:
             pass
-    wait_for(lambda: not descendants_of_init(), "the end of a test's processes")
+    wait_for(lambda: not processes(), "the end of a test's processes")
 
 
 @pytest.fixture

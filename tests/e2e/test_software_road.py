@@ -9,7 +9,7 @@ from collections.abc import Callable
 from typing import Any
 
 import pytest
-from harness.daemon import Daemon, descendants_of_init
+from harness.daemon import Daemon, processes
 from harness.depots import Depots, DepotServer, copy_of
 from harness.disks import SmallDisk
 from harness.image import SYSROOT, deployments, hello, verify
@@ -52,7 +52,7 @@ def assert_tidy() -> None:
 
 def tool_pid() -> int | None:
     """The process id of the image manager at work."""
-    return next((pid for pid, words in descendants_of_init().items() if str(TOOL) in words), None)
+    return next((pid for pid, words in processes().items() if str(TOOL) in words), None)
 
 
 @pytest.fixture

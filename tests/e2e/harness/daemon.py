@@ -72,9 +72,17 @@ class Daemon:
         return OUTPUT.read_text(errors="replace") if OUTPUT.exists() else ""
 
 
-def descendants_of_init() -> dict[int, list[str]]:
-    """Command lines of all processes of the sandbox by id, but for its init, its system log, and this one's line."""
-    keep = {1}
+_BYSTANDERS: set[int] = set()
+
+
+def remember_bystanders() -> None:
+    """Takes all processes that run now as no business of the tests, such as the rest of a pipeline."""
+    _BYSTANDERS.update(processes())
+
+
+def processes() -> dict[int, list[str]]:
+    """Command lines by id of the sandbox's processes that tests may have started."""
+    keep = _BYSTANDERS | {1}
     pid = os.getpid()
     while pid > 1:
         keep.add(pid)
