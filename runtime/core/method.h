@@ -67,14 +67,14 @@ class AsyncApiResultCb {
       std::function<void(std::shared_ptr<MethodResult const> const&, Lumo::Progress const&, Continuation&&)>;
 
   AsyncApiResultCb() = default;
-  template <typename F, typename = std::enable_if_t<!std::is_same_v<std::decay_t<F>, AsyncApiResultCb>>>
-  explicit AsyncApiResultCb(F&& function) {
-    if constexpr (std::is_same_v<std::decay_t<F>, Function>) {
+  template <typename F>
+  requires(!std::is_same_v<F, AsyncApiResultCb>) explicit AsyncApiResultCb(F function) {
+    if constexpr (std::is_same_v<F, Function>) {
       if (!function) {
         return;
       }
     }
-    target_ = std::make_shared<Holder<std::decay_t<F>> const>(std::forward<F>(function));
+    target_ = std::make_shared<Holder<F> const>(std::move(function));
   }
 
   /// Throws std::bad_function_call when empty.
@@ -95,8 +95,7 @@ class AsyncApiResultCb {
   };
   template <typename F>
   struct Holder final : Target {
-    template <typename G>
-    explicit Holder(G&& from) : function(std::forward<G>(from)) {}
+    explicit Holder(F from) : function(std::move(from)) {}
     void Call(std::shared_ptr<MethodResult const> const& result, Lumo::Progress const& progress,
               Continuation&& next) const override {
       function(result, progress, std::move(next));
