@@ -90,6 +90,7 @@ Refusal const kRefusals[] = {
     {"\"a\\ud800\"", 2, "surrogate"},
     {"\"a\\udc00\"", 2, "surrogate"},
     {"\"a\\udc00\\ud800\"", 2, "surrogate"},
+    {"\"a\\udc00\\udc00\"", 2, "surrogate"},
     {"\"a\\ud800\\u0041\"", 2, "surrogate"},
     {"\"a\\ud800x\"", 2, "surrogate"},
     {"\"\xC0\x80\"", 1, "UTF-8"},
