@@ -5,6 +5,7 @@
 #include <array>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/features/settings_file.h"
@@ -71,10 +72,13 @@ std::vector<std::string> ReadFeatures() {
       }
     }
     if (!known) {
-      file.warnings.push_back("unknown feature \"" + name + "\" in \"" + kFeaturesPath + "\"");
+      std::string warning = "unknown feature \"" + name + "\" in \"";
+      warning.append(kFeaturesPath).append("\"");
+      file.warnings.push_back(std::move(warning));
     } else if (!readable) {
-      file.warnings.push_back("feature \"" + name + "\" is neither on nor off in \"" + kFeaturesPath +
-                              "\": \"" + value + "\"");
+      std::string warning = "feature \"" + name + "\" is neither on nor off in \"";
+      warning.append(kFeaturesPath).append("\": \"").append(value).append("\"");
+      file.warnings.push_back(std::move(warning));
     }
   }
   return std::move(file.warnings);

@@ -1,6 +1,7 @@
 // Reader of `name = value` files that may hold anything.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,7 +16,7 @@ struct SettingsFile {
 };
 
 /// Longest file that is read, in bytes. Settings are a few lines; more is a mistake or an attack.
-inline constexpr std::size_t kMaxSettingsBytes = 256 * 1024;
+inline constexpr std::size_t kMaxSettingsBytes = std::size_t{256} * 1024;
 
 /// Reads the file at `path`. A missing file gives no entries and no warning; anything but a plain file, and a
 /// file that is too large or can't be read, gives no entries and one warning. Never throws for what is in the

@@ -9,9 +9,7 @@ class LineSink {
  public:
   /// `text` is as the system log would show it, context included. Any thread; calls come one at a time.
   virtual void Take(int priority, std::string_view text) = 0;
-
- protected:
-  ~LineSink() = default;
+  virtual ~LineSink() = default;
 };
 
 /// Test-only. All lines up to `level` go to `sink` from now on; null: to the system log again. Gives the sink

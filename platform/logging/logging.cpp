@@ -108,7 +108,7 @@ bool WouldBeDropped() {
 }
 
 /// Formats and writes a line whose level passes.
-void FormatLine(int priority, char const* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void FormatLine(int priority, char const* format, va_list arguments) {
   if (WouldBeDropped()) {
     return;
   }

@@ -1,6 +1,7 @@
 // The form of one line of the system log, as pure functions.
 #pragma once
 
+#include <cstddef>
 #include <ctime>
 #include <string>
 #include <string_view>
@@ -9,7 +10,7 @@ namespace Orbane {
 
 /// Longest text of a line, in bytes before escaping. Escaped fourfold it still fits a datagram of the default
 /// send buffer (208 KiB on Linux).
-inline constexpr std::size_t kMaxLogText = 32 * 1024;
+inline constexpr std::size_t kMaxLogText = std::size_t{32} * 1024;
 
 /// Priorities 0 to 4 as severities 3 (err) to 7 (debug), RFC 3164 section 4.1.1; what lies outside is brought
 /// inside.

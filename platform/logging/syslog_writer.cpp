@@ -1,9 +1,9 @@
 #include "platform/logging/syslog_writer.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <vector>
 
@@ -14,7 +14,7 @@ namespace Orbane {
 namespace {
 
 /// Room for some 8,000 lines of usual length; a burst, not a backlog.
-constexpr std::size_t kQueueBytes = 1024 * 1024;
+constexpr std::size_t kQueueBytes = std::size_t{1024} * 1024;
 /// After a batch the thread sleeps so long without being woken by lines, so that under load a wake-up carries
 /// many.
 constexpr std::chrono::milliseconds kLinger{5};

@@ -28,7 +28,7 @@ class TestOnlyLogCapture final : private LineSink {
  public:
   /// Lines up to that level, as Log_IsEnabled then tells.
   explicit TestOnlyLogCapture(int level = 7);
-  ~TestOnlyLogCapture();
+  ~TestOnlyLogCapture() override;
   TestOnlyLogCapture(TestOnlyLogCapture const&) = delete;
   TestOnlyLogCapture& operator=(TestOnlyLogCapture const&) = delete;
 

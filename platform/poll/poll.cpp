@@ -1,8 +1,9 @@
 #include "platform/poll/poll.h"
 
 #include <poll.h>
-#include <signal.h>
-#include <time.h>
+
+#include <csignal>
+#include <ctime>
 
 namespace {
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -12,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <mutex>
 #include <string_view>
@@ -33,7 +33,7 @@ namespace Orbane {
 namespace {
 
 /// For each of the two children; they need some hundred bytes.
-constexpr std::size_t kStackBytes = 32 * 1024;
+constexpr std::size_t kStackBytes = std::size_t{32} * 1024;
 constexpr int kSignalCount = 64;
 /// Size of the kernel's signal set in bytes.
 constexpr std::size_t kSignalSetBytes = kSignalCount / 8;

@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -14,7 +15,7 @@
 namespace ZekCtl::Util {
 namespace {
 
-constexpr std::uint64_t kMegabyte = 1024 * 1024;
+constexpr std::uint64_t kMegabyte = std::uint64_t{1024} * 1024;
 /// What "mem=groupMax" allows where there is no group: image tools hold whole objects in memory, but never
 /// the image.
 constexpr std::uint64_t kGroupMaxWithoutGroup = 1024 * kMegabyte;

@@ -7,7 +7,7 @@ namespace TaskDB {
 
 /// 1 MiB: room for the write-ahead log of any record (2.5 MB of result are refused by the API, usual ones are
 /// some KB).
-inline constexpr long long kReserveBytes = 1024 * 1024;
+inline constexpr long long kReserveBytes = 1024LL * 1024;
 
 /// The file "<database>-reserve", allocated and never read. Any thread, any process.
 class Reserve {

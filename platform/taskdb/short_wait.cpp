@@ -1,7 +1,6 @@
 #include "platform/taskdb/short_wait.h"
 
-#include <time.h>
-
+#include <ctime>
 #include <iterator>
 
 namespace TaskDB {
