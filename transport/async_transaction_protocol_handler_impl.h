@@ -188,6 +188,7 @@ void AsyncTransactionProtocolHandler<T, E>::WriteAtOnce(ResultWrite write) {
   // Counted now: a write moves the pieces along.
   std::size_t const headBytes = out.BytesUpTo(out.headEnd());
   std::size_t const bodyBytes = out.BytesUpTo(out.bodyEnd());
+  out.Compact();
   out.AsyncWrite(0, out.end(),
                  [write = std::move(write), headBytes, bodyBytes](boost::system::error_code const& error,
                                                                   std::size_t count) mutable {

@@ -55,7 +55,7 @@ class Connection : public std::enable_shared_from_this<Connection<Base>> {
     std::shared_ptr<ServerDetail::Request> request;
 
     boost::asio::mutable_buffer Buffer() {
-      request = std::make_shared<ServerDetail::Request>();
+      request = ServerDetail::MakeRequest();
       return request->FreeHead();
     }
     void operator()(boost::system::error_code const& error, std::size_t count);

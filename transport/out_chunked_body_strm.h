@@ -69,6 +69,9 @@ class OutChunkedBodyStrm {
     return boost::asio::buffer_size(Asio::BufferSpan(pieces_.data(), pieces_.data() + piece));
   }
 
+  /// Makes few pieces of many, for one write of them all; the borders are no longer valid.
+  void Compact() { CompactPieces(pieces_, small_); }
+
   /// Writes the pieces [first, last); `handler` gets error and byte count and must keep this object alive.
   template <typename Handler>
   void AsyncWrite(std::size_t first, std::size_t last, Handler handler) {
@@ -82,6 +85,7 @@ class OutChunkedBodyStrm {
   Stream* stream_;
   Pieces pieces_;
   char scratch_[kSizeScratch];
+  char small_[kCompactScratch];
   FrameBodyWriter::Writer frames_;
   std::string body_;
   ResultPtr result_;

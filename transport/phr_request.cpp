@@ -12,16 +12,11 @@ namespace {
 
 // RFC 9110, 5.6.2: the characters of a token.
 constexpr std::array<bool, 256> MakeTokenTable() {
+  constexpr boost::string_view kCharacters =
+      "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ!#$%&'*+-.^_`|~";
   std::array<bool, 256> table{};
-  for (int c = '0'; c <= '9'; ++c) {
-    table[static_cast<std::size_t>(c)] = true;
-  }
-  for (int c = 'a'; c <= 'z'; ++c) {
-    table[static_cast<std::size_t>(c)] = true;
-    table[static_cast<std::size_t>(c - 'a' + 'A')] = true;
-  }
-  for (char c : {'!', '#', '$', '%', '&', '\'', '*', '+', '-', '.', '^', '_', '`', '|', '~'}) {
-    table[static_cast<std::size_t>(c)] = true;
+  for (std::size_t i = 0; i < kCharacters.size(); ++i) {
+    table[static_cast<unsigned char>(kCharacters[i])] = true;
   }
   return table;
 }

@@ -1,6 +1,7 @@
 #include "transport/response_body.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Lumo::Transport::Http::HttpDetail {
 
@@ -28,6 +29,30 @@ void AppendChunks(Pieces const& payload, char (&scratch)[kSizeScratch], Pieces& 
       }
     }
   }
+}
+
+void CompactPieces(Pieces& pieces, char (&scratch)[kCompactScratch]) {
+  constexpr std::size_t kSmall = 64;
+  std::size_t used = 0;
+  std::size_t kept = 0;
+  bool extends = false;  // whether the last kept piece ends where the next small one goes
+  for (boost::asio::const_buffer const piece : pieces) {
+    if (piece.size() > kSmall || piece.size() > kCompactScratch - used) {
+      pieces[kept++] = piece;
+      extends = false;
+      continue;
+    }
+    std::memcpy(scratch + used, piece.data(), piece.size());
+    if (extends) {
+      boost::asio::const_buffer const& last = pieces[kept - 1];
+      pieces[kept - 1] = boost::asio::const_buffer(last.data(), last.size() + piece.size());
+    } else {
+      pieces[kept++] = boost::asio::const_buffer(scratch + used, piece.size());
+      extends = true;
+    }
+    used += piece.size();
+  }
+  pieces.resize(kept);
 }
 
 Pieces const& FrameBodyWriter::Writer::Frame(boost::string_view body) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "transport/answers.h"
+#include "transport/response_body.h"
 #include "transport/response_head.h"
 
 namespace Lumo::Transport::Http {
@@ -163,6 +164,32 @@ TEST(AppendHead, LeavesTheLengthOutInOneCaseOnly) {
     EXPECT_EQ(Head(headers, row.method, row.length, false).find("Content-Length") != std::string::npos,
               row.hasLength)
         << row.status << row.method;
+  }
+}
+
+TEST(CompactPieces, KeepsTheBytesInFewPieces) {
+  std::string const large(100, 'L');
+  for (std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{30}, std::size_t{200}}) {
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < count; ++i) {
+      texts.push_back(i % 10 == 5 ? large : std::to_string(i) + "....");
+    }
+    Pieces pieces;
+    std::string whole;
+    for (std::string const& text : texts) {
+      AppendPiece(pieces, text);
+      whole += text;
+    }
+    char scratch[HttpDetail::kCompactScratch];
+    HttpDetail::CompactPieces(pieces, scratch);
+    std::string compact;
+    for (boost::asio::const_buffer const& piece : pieces) {
+      compact.append(static_cast<char const*>(piece.data()), piece.size());
+    }
+    EXPECT_EQ(compact, whole);
+    if (count == 30) {
+      EXPECT_EQ(pieces.size(), 7U) << "three large ones, and the runs between them";
+    }
   }
 }
 
