@@ -64,7 +64,7 @@ class Connection : public std::enable_shared_from_this<Connection<Base>> {
   /// A head is refused. End of file: the peer just went away.
   void Refuse(boost::system::error_code const& error, std::shared_ptr<ServerDetail::Request> const& request);
   /// Sends the last bytes of this connection and closes it.
-  void SendAndClose(std::string answer);
+  void SendAndClose(std::string const& answer);
   void Select(std::shared_ptr<ServerDetail::Request> const& request);
   template <typename Stream>
   void ChooseBody(Stream stream, std::shared_ptr<ServerDetail::Request> const& request);
@@ -117,13 +117,13 @@ void Connection<Base>::Refuse(boost::system::error_code const& error,
 }
 
 template <typename Base>
-void Connection<Base>::SendAndClose(std::string answer) {
+void Connection<Base>::SendAndClose(std::string const& answer) {
   struct Last {
     std::string bytes;
     Http::Pieces pieces;
   };
   auto last = std::make_shared<Last>();
-  last->bytes = std::move(answer);
+  last->bytes = answer;
   Http::AppendPiece(last->pieces, last->bytes);
   Http::Pieces& pieces = last->pieces;
   Asio::AsyncWriteAll(
