@@ -27,7 +27,8 @@ char const* const kUnknownError = "com.orbane.ryn.task.unknown.error";
 InfoPtr _GetInfo(std::string const& id, ::Lumo::L10n::RequestLocalizer const& localizer, ErrorPtr& error) {
   LifeCycle::TaskStore store(LifeCycle::kTaskStorePath, false);
   TaskDB::TaskInfo record;
-  if (!store.get(id, record, LifeCycle::kTaskDatabaseRetries)) {
+  // The database takes an id up to its first NUL.
+  if (!store.get(id, record, LifeCycle::kTaskDatabaseRetries) || record.id != id) {
     CSLogger::Log(2, "[%s]: Task with identifier '%s' not found.", "Get", id.c_str());
     error = MakeApiError<Errors::NotFound>("com.orbane.ryn.task.notfound.error", id);
     return nullptr;

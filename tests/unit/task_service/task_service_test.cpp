@@ -12,8 +12,10 @@
 
 #include "other_process.h"
 #include "platform/logging/test_only_log_capture.h"
+#include "runtime/errors/categories.h"
 #include "runtime/l10n/localizer.h"
 #include "support/gzip.h"
+#include "tasks/make_info.h"
 #include "tasks/task_files.h"
 #include "tasks/task_schedular.h"
 #include "tasks/tasks_svc.h"
@@ -353,6 +355,58 @@ TEST_F(TaskService, GetOfUnknownId) {
   EXPECT_EQ(log_.lines(),
             (std::vector<CapturedLine>{{2, "[Get]: Getting the task with id:'no-such-task'"},
                                        {2, "[Get]: Task with identifier 'no-such-task' not found."}}));
+}
+
+TEST_F(TaskService, GetTakesTheWholeId) {
+  ASSERT_TRUE(OtherProcess::Run("tasks.create_task('t')"));
+  EXPECT_THAT(Get("t\\u0000").Error(), StartsWith("not_found: com.orbane.ryn.task.notfound.error(t"));
+  EXPECT_THAT(Get("t\\u0000x").Error(), StartsWith("not_found: com.orbane.ryn.task.notfound.error(t"));
+  EXPECT_EQ(Get("t").Error(), "");
+}
+
+/// A type without text was never set, and what was never set can't be written.
+TEST_F(TaskService, RecordThatCannotBeConverted) {
+  ASSERT_TRUE(OtherProcess::Run(
+      "tasks.create_task('a'); tasks.create_task('t'); tasks.create_task('z'); tasks.create_task('zz')\n"
+      "sql(\"UPDATE task SET status = 'STRANGE' WHERE id IN ('a', 'zz')\")\n"
+      "tasks.add_notification('t', '{\"type\":\"\",\"id\":\"n\",\"time\":\"2026-01-02T03:04:05.678Z\",'\n"
+      "    '\"message\":{\"id\":\"m\",\"default_message\":\"d\",\"args\":[]}}')"));
+  EXPECT_EQ(Get("t").Error(), "error: com.orbane.ryn.task.unknown.error()");
+  EXPECT_THAT(log_.texts(0), ElementsAre("Failed to convert task info for t"));
+  EXPECT_EQ(Get("z").Error(), "");
+  log_.Clear();
+  // One such record fails the listing, and those behind it are not looked at.
+  EXPECT_EQ(List().Error(), "error: com.orbane.ryn.task.unknown.error()");
+  EXPECT_THAT(log_.texts(0), ElementsAre("[List] :  Task a has invalid status STRANGE, skipping task",
+                                         "Failed to convert task info for t"));
+}
+
+TEST(TaskMessagesTest, AreInTheLanguageOfTheCall) {
+  auto const templates = [](std::string const& id, boost::string_view locale,
+                            std::error_code& ec) -> std::string {
+    if (locale == "de" && id == "com.orbane.ryn.task.description") {
+      return "Ein Vorgang.";
+    }
+    if (locale == "de" && id == "com.orbane.ryn.task.progress") {
+      return "Bei der Arbeit.";
+    }
+    ec = Lumo::L10n::L10nErrc::UnknownMessageId;
+    return {};
+  };
+  auto const spec =
+      std::make_shared<Lumo::L10n::LocaleSpec>(*Lumo::L10n::LocaleSpecHelpers::GetFixedLocaleSpec());
+  spec->language = Lumo::L10n::LanguagePreference("de");
+  spec->languages = {spec->language};
+  Svc::TaskMessages const messages(Lumo::L10n::RequestLocalizer(
+      std::make_shared<Lumo::L10n::Localizer const>(std::vector<std::string>{"en", "de"}, templates,
+                                                    Lumo::L10n::LocalizerHelpers::GetDefaultFormatter(),
+                                                    Lumo::L10n::LocalizerSpec()),
+      spec));
+  EXPECT_EQ(messages.description->id, "com.orbane.ryn.task.description");
+  EXPECT_EQ(messages.description->defaultMessage, "A lifecycle operation of this host.");
+  EXPECT_EQ(messages.description->localized.value_or(""), "Ein Vorgang.");
+  EXPECT_EQ(messages.progress->id, "com.orbane.ryn.task.progress");
+  EXPECT_EQ(messages.progress->localized.value_or(""), "Bei der Arbeit.");
 }
 
 TEST_F(TaskService, ListIsInOrderOfIds) {
