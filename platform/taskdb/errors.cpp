@@ -8,7 +8,7 @@ AccessLockError::AccessLockError(int error) : error_(error) {}
 
 char const* AccessLockError::what() const noexcept {
   char const* const text = strerrordesc_np(error_);
-  return text != nullptr ? text : "Unknown error";
+  return text != nullptr ? text : std::strerror(error_);
 }
 
 }  // namespace LifeCycle

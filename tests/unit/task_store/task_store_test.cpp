@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <string>
 #include <type_traits>
 
@@ -117,6 +119,13 @@ TEST_F(TaskStoreTest, StartUpCleaning) {
 
 TEST(TaskInfoErrorTest, KeepsItsText) {
   EXPECT_STREQ(LifeCycle::TaskInfoError("why").what(), "why");
+}
+
+TEST(AccessLockErrorTest, TextIsThatOfTheErrno) {
+  for (int const error : {0, EADDRINUSE, EWOULDBLOCK, 12345}) {
+    EXPECT_STREQ(LifeCycle::AccessLockError(error).what(), std::strerror(error));
+    EXPECT_EQ(LifeCycle::AccessLockError(error).error(), error);
+  }
 }
 
 TEST(RemoveFilesTest, RemovesAllAndIgnoresFailures) {
