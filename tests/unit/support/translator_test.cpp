@@ -136,6 +136,53 @@ TEST_F(TranslatorTest, DirectoryThatIsAFile) {
               testing::StartsWith("Cannot open dir \"" + english_ + "\", error message: \""));
 }
 
+/// Root reads everything: the owner of nothing for as long as it lives.
+class Unprivileged {
+ public:
+  Unprivileged() { EXPECT_EQ(::seteuid(65534), 0); }
+  ~Unprivileged() { EXPECT_EQ(::seteuid(0), 0); }
+  Unprivileged(Unprivileged const&) = delete;
+  Unprivileged& operator=(Unprivileged const&) = delete;
+};
+
+TEST_F(TranslatorTest, FileThatCannotBeOpenedIsSkipped) {
+  Put(english_ + "/closed.omsg", "id = text\n");
+  Put(english_ + "/good.omsg", "fine = yes\n");
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod((english_ + "/closed.omsg").c_str(), 0), 0);
+  Unprivileged const nobody;
+  EXPECT_EQ(Get(translator_, "fine"), "yes");
+  EXPECT_EQ(Get(translator_, "id"), kUnknown);
+  EXPECT_THAT(log_.lines(), Contains(CapturedLine{0, "Opening file \"" + english_ +
+                                                         "/closed.omsg\" failed : \"Permission denied\""}));
+}
+
+TEST_F(TranslatorTest, WalkThatFailsIsLoggedAndTheNextDirectoryIsWalked) {
+  Put(english_ + "/closed/a.omsg", "id = text\n");
+  Put(plugins_ + "/keeld/en/a.omsg", "fine = yes\n");
+  ASSERT_EQ(::chmod(dir_.path().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod((english_ + "/closed").c_str(), 0), 0);
+  {
+    Unprivileged const nobody;
+    EXPECT_EQ(Get(translator_, "fine"), "yes");
+  }
+  std::string const failure =
+      "ExtractOmsgFiles: failed to iterate over \"" + english_ + "\" : \"Permission denied\"";
+  EXPECT_EQ(log_.lines(),
+            (std::vector<CapturedLine>{
+                {0, failure},
+                {2, "The translator found 0 .omsg files in directory \"" + english_ + "\""},
+                {2, "The translator found 1 .omsg files in directory \"" + plugins_ + "\""},
+                {2, "Translator: Adding \"en\" language file \"" + plugins_ + "/keeld/en/a.omsg\""}}));
+
+  // The directory itself.
+  log_.Clear();
+  ASSERT_EQ(::chmod(english_.c_str(), 0), 0);
+  Unprivileged const nobody;
+  EXPECT_EQ(Get(translator_, "id"), kUnknown);
+  EXPECT_EQ(log_.lines().at(0), (CapturedLine{0, failure}));
+}
+
 TEST_F(TranslatorTest, ManyThreads) {
   Put(english_ + "/a.omsg", "id = text\n");
   Orbane::TestOnlyLogCapture const quiet(0);
