@@ -246,19 +246,20 @@ TEST_F(SoftwareService, SpecIsPassedThrough) {
             "{\"base_image\":{\"version\":\"\"},\"components\":{\"na\\\"me\":\"\xE2\x82\xAC\"}}");
 }
 
-/// Called past the binder, with a record that no caller can send.
-TEST_F(SoftwareService, ScanOfARecordThatDoesNotAdapt) {
-  class Sink final : public Lumo::Provider::ResultSink {
-   public:
-    void Deliver(Lumo::Data::DataValuePtr const& output) override { answer.output = output; }
-    void Fail(std::shared_ptr<Lumo::Data::ErrorValue const> const& error) override { answer.error = error; }
-    std::shared_ptr<Lumo::Core::AsyncActivation> const& activation() const override { return activation_; }
-    Answer answer;
+/// For calls past the binder, with a record that no caller can send.
+class Sink final : public Lumo::Provider::ResultSink {
+ public:
+  void Deliver(Lumo::Data::DataValuePtr const& output) override { answer.output = output; }
+  void Fail(std::shared_ptr<Lumo::Data::ErrorValue const> const& error) override { answer.error = error; }
+  std::shared_ptr<Lumo::Core::AsyncActivation> const& activation() const override { return activation_; }
+  Answer answer;
 
-   private:
-    std::shared_ptr<Lumo::Core::AsyncActivation> activation_ =
-        Lumo::Core::AsyncActivation::GetInstance(std::make_shared<Lumo::Core::ExecutionContext>());
-  };
+ private:
+  std::shared_ptr<Lumo::Core::AsyncActivation> activation_ =
+      Lumo::Core::AsyncActivation::GetInstance(std::make_shared<Lumo::Core::ExecutionContext>());
+};
+
+TEST_F(SoftwareService, ScanOfARecordThatDoesNotAdapt) {
   auto const input = std::make_shared<Svc::ScanInput>();
   input->softwareSpec = std::make_shared<Com::Orbane::Ryn::KeelDaemon::SoftwareSpec>();  // no base image
   input->depots = {"http://z"};
@@ -269,6 +270,27 @@ TEST_F(SoftwareService, ScanOfARecordThatDoesNotAdapt) {
   EXPECT_EQ(sink->answer.Error(), kWriteError);
   EXPECT_THAT(log_.texts(0), ElementsAre("[Scan]: Failed to write software spec to file."));
   EXPECT_FALSE(LifecycleState::Exists(kScanSpec));
+}
+
+/// Only a scan looks at what the adapter reports: the tool finds that its document is none.
+TEST_F(SoftwareService, ApplyAndStageOfARecordThatDoesNotAdapt) {
+  auto const spec = std::make_shared<Com::Orbane::Ryn::KeelDaemon::SoftwareSpec>();  // no base image
+  auto const apply = std::make_shared<Svc::ApplyInput>();
+  apply->softwareSpec = spec;
+  apply->depots = {"http://z"};
+  auto const applied = std::make_shared<Sink>();
+  Svc::AsyncServiceImpl().Apply(apply, Lumo::AsyncTaskResult<Lumo::Void>(applied));
+  EXPECT_EQ(LifecycleState::Content(SpecPath(Id(applied->answer))), "null");
+
+  LifecycleState::Reset();
+  auto const stage = std::make_shared<Svc::StageInput>();
+  stage->softwareSpec = spec;
+  stage->depots = {"http://z"};
+  auto const staged = std::make_shared<Sink>();
+  Svc::AsyncServiceImpl().Stage(stage, Lumo::AsyncTaskResult<std::shared_ptr<Svc::StageInfo const>>(staged));
+  EXPECT_EQ(LifecycleState::Content(SpecPath(Id(staged->answer))), "null");
+  EXPECT_EQ(launch_.commands.size(), 2U);
+  EXPECT_THAT(log_.texts(0), IsEmpty());
 }
 
 }  // namespace
