@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <algorithm>
 #include <atomic>
@@ -358,6 +359,56 @@ TEST_F(TaskSchedularTest, InitializeTwiceStartsOneThread) {
   EXPECT_EQ(log_.texts(2),
             (std::vector<std::string>{"TaskSchedular started.", "TaskSchedular abort requested.",
                                       "TaskSchedular stopped."}));
+}
+
+/// No thread can be made for as long as it lives: none finds room for its stack.
+class NoThreads {
+ public:
+  NoThreads() {
+    EXPECT_EQ(::pthread_getattr_default_np(&usual_), 0);
+    pthread_attr_t greedy;
+    EXPECT_EQ(::pthread_attr_init(&greedy), 0);
+    EXPECT_EQ(::pthread_attr_setstacksize(&greedy, std::size_t{1} << 47), 0);
+    EXPECT_EQ(::pthread_setattr_default_np(&greedy), 0);
+    ::pthread_attr_destroy(&greedy);
+  }
+  ~NoThreads() {
+    EXPECT_EQ(::pthread_setattr_default_np(&usual_), 0);
+    ::pthread_attr_destroy(&usual_);
+  }
+  NoThreads(NoThreads const&) = delete;
+  NoThreads& operator=(NoThreads const&) = delete;
+
+ private:
+  pthread_attr_t usual_;
+};
+
+TEST_F(TaskSchedularTest, InitializeWithoutAThread) {
+  {
+    NoThreads const none;
+    EXPECT_EQ(schedular_.Initialize(), 1);
+  }
+  EXPECT_EQ(schedular_.Initialize(), 1);  // tried once only
+  std::string const failure = "TaskSchedular failed to initialize.";
+  EXPECT_EQ(log_.lines(), (std::vector<CapturedLine>{{0, failure}, {0, failure}}));
+  EXPECT_EQ(schedular_.Schedule(std::make_shared<ScriptedTask>("n")), 2);
+  schedular_.Stop();
+}
+
+TEST_F(TaskSchedularTest, TaskThatGetsNoThreadIsAborted) {
+  Start();
+  auto const task = std::make_shared<ScriptedTask>("n");
+  {
+    NoThreads const none;
+    ASSERT_TRUE(Await([&] { return schedular_.Schedule(task) == 0; }));
+    ASSERT_TRUE(AwaitLine(0, "Task: task-n failed to run: Resource temporarily unavailable"));
+    ASSERT_TRUE(Await([&] { return schedular_.AbortTask("n") == 0; }));
+  }
+  EXPECT_EQ(task->Calls().front(), "abort");
+  auto const next = std::make_shared<ScriptedTask>("m");
+  EXPECT_EQ(schedular_.Schedule(next), 0);
+  ASSERT_TRUE(AwaitLine(2, "Task completed: task-m"));
+  schedular_.Stop();
 }
 
 TEST_F(TaskSchedularTest, ManyTasksOneAfterTheOther) {
