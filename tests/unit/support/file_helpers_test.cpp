@@ -86,6 +86,15 @@ TEST_F(WriteToFileTest, DirectoryThatCannotBeMade) {
   EXPECT_NE(log_.lines()[1].text.find("Not a directory"), std::string::npos) << log_.lines()[1].text;
 }
 
+TEST_F(WriteToFileTest, ParentWhoseStatusCannotBeHadIsMade) {
+  ASSERT_EQ(::symlink((dir_ / "loop").c_str(), (dir_ / "loop").c_str()), 0);
+  EXPECT_THROW(WriteToFile(dir_ / "loop/file", "x"), FileIOError);
+  ASSERT_EQ(log_.lines().size(), 2U);
+  EXPECT_EQ(log_.lines()[0], (CapturedLine{2, "[WriteToFile] Creating directory " + (dir_ / "loop")}));
+  std::string const start = "[WriteToFile] Failed to create directory " + (dir_ / "loop") + ": ";
+  EXPECT_EQ(log_.lines()[1].text.substr(0, start.size()), start);
+}
+
 TEST_F(WriteToFileTest, ParentThatIsAFileFailsTheOpen) {
   Put(dir_ / "file", "kept");
   EXPECT_THROW(WriteToFile(dir_ / "file/below", "x"), FileIOError);

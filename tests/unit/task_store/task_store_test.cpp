@@ -96,6 +96,16 @@ TEST_F(TaskStoreTest, MissingDatabaseIsMade) {
   EXPECT_THAT(store.list(5), IsEmpty());
 }
 
+TEST_F(TaskStoreTest, StatusThatCannotBeHadCountsAsMissing) {
+  for (char const* target : {LifeCycle::kTaskDatabasePath, "/nowhere/file"}) {
+    LifeCycle::RemoveFiles({LifeCycle::kTaskDatabasePath});
+    ASSERT_EQ(::symlink(target, LifeCycle::kTaskDatabasePath), 0);
+    TaskStore store(LifeCycle::kTaskStorePath, false);
+    EXPECT_THAT(store.list(5), IsEmpty()) << target;
+    EXPECT_FALSE(boost::filesystem::is_symlink(LifeCycle::kTaskDatabasePath)) << target;
+  }
+}
+
 TEST_F(TaskStoreTest, AnyTypeOfFileCountsAsThere) {
   LifeCycle::RemoveFiles({LifeCycle::kTaskDatabasePath, std::string(LifeCycle::kTaskDatabasePath) + "-wal",
                           std::string(LifeCycle::kTaskDatabasePath) + "-shm"});
