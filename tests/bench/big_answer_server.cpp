@@ -19,9 +19,12 @@
 #include "platform/logging/logging.h"
 #include "platform/poll/poll.h"
 #include "runtime/json/serializers.h"
+#include "runtime/provider/async_local_provider.h"
 #include "runtime/provider/interface.h"
-#include "runtime/provider/local_provider.h"
-#include "security/request_filters.h"
+#include "runtime/provider/localizing_provider.h"
+#include "security/error_annotator_filter.h"
+#include "security/host_input_filter.h"
+#include "security/log_filter.h"
 
 namespace {
 

@@ -166,6 +166,7 @@ def test_no_entry_in_the_services_database_ends_the_start(stopped_daemon: Daemon
         assert re.fullmatch(r"VERIFY \S+endpoint\.cpp:\d+\n", died_at_start(stopped_daemon))
     [failure] = syslog.wait("^getaddrinfo failed. Error: ")
     assert failure.severity == "err"
+    syslog.wait("^ServerConfig{")
     texts = syslog.texts()
     [configuration] = [text for text in texts if text.startswith("ServerConfig{")]
     assert texts.index(failure.text) < texts.index(configuration), "the whole endpoint is built before the end"

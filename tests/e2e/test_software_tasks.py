@@ -166,7 +166,7 @@ def test_two_at_once(daemon: Daemon, rpc: Rpc, fake_tool: FakeTool, syslog: Syst
     assert len(started) == len(refused) == 1
     assert refused[0].kind == "NOT_ALLOWED_IN_CURRENT_STATE"
     assert refused[0].message_ids == ["com.orbane.ryn.task.contention"]
-    lines = [entry.text for entry in syslog.find("Task sync file exists and contains")]
+    lines = [entry.text for entry in syslog.wait("Task sync file exists and contains", 3)]
     assert [re.sub(r"'.*'", "''", line) for line in lines] == [
         f"[_CheckTaskContention]: Task sync file exists and contains '', {left} retries left" for left in (2, 1, 0)]
     assert all(started[0] in line for line in lines)
@@ -229,7 +229,7 @@ def test_a_tool_that_cannot_be_started(daemon: Daemon, rpc: Rpc, fake_tool: Fake
         hidden.rename(python)
     assert caught.value.kind == "INTERNAL_SERVER_ERROR"
     assert caught.value.message_ids == ["com.orbane.ryn.task.exec.error"]
-    lines = [entry.text for entry in syslog.find(r"\[RunTask\]: Failed to exec command for task ")]
+    lines = [entry.text for entry in syslog.wait(r"\[RunTask\]: Failed to exec command for task ", 3)]
     assert [line[line.rindex(",") + 2:] for line in lines] == [f"{left} retries left" for left in (2, 1, 0)]
     assert not GATE.exists() and list(STATE.glob("swspec-*")) == []
     assert [record["status"] for record in rpc.tasks().values()] == ["PENDING"]
