@@ -1,5 +1,10 @@
 #include "runtime/l10n/message_localization.h"
 
+#include <map>
+#include <memory>
+#include <string>
+#include <system_error>
+#include <utility>
 #include <vector>
 
 namespace Lumo::L10n {
@@ -84,11 +89,35 @@ DataValuePtr WithChildren(DataValue const* value, std::vector<DataValuePtr> cons
                                          : fill(StructValue::GetInstance(name));
 }
 
+/// The same localizer, asked once for each template: an answer may hold one message a thousand times, and to
+/// learn that no catalogue has a text can mean a search of them all. One thread; `localizer` must outlive it.
+Localizer Remembering(Localizer const& localizer) {
+  struct Found {
+    std::string text;
+    std::error_code error;
+  };
+  using Key = std::pair<std::string, std::string>;  // id and locale
+  auto const templates = [&localizer, found = std::make_shared<std::map<Key, Found>>()](
+                             std::string const& id, boost::string_view locale, std::error_code& ec) {
+    auto const [entry, isNew] = found->try_emplace(Key(id, std::string(locale.begin(), locale.end())));
+    Found& result = entry->second;
+    if (isNew) {
+      result.text = localizer.MessageTemplate(id, locale, result.error);
+    }
+    if (result.error) {
+      ec = result.error;
+    }
+    return result.text;
+  };
+  return Localizer(localizer.locales(), templates, localizer.formatter(), LocalizerSpec());
+}
+
 /// Walks one value, depth first without recursion, and copies only the containers above a message that
 /// changed.
 class Walk {
  public:
-  Walk(DataValuePtr const& root, RequestLocalizer const& localizer) : root_(root), localizer_(localizer) {}
+  Walk(DataValuePtr const& root, RequestLocalizer const& localizer)
+      : root_(root), localizer_(Remembering(localizer.localizer())), locale_(localizer.locale()) {}
 
   DataValuePtr Run() {
     Enter(root_.get());
@@ -145,8 +174,8 @@ class Walk {
 
   /// A copy of the message with its text; null when no better language has it.
   DataValuePtr Localized(StructValue const& message) const {
-    std::string const text = LocalizableMessageHelpers::LocalizedText(
-        localizer_.localizer(), Text(message, "id"), Arguments(message), localizer_.locale());
+    std::string const text = LocalizableMessageHelpers::LocalizedText(localizer_, Text(message, "id"),
+                                                                      Arguments(message), locale_);
     if (text.empty()) {
       return nullptr;
     }
@@ -164,7 +193,8 @@ class Walk {
   DataValuePtr Owned(DataValue const* value) const { return {root_, value}; }
 
   DataValuePtr const& root_;
-  RequestLocalizer const& localizer_;
+  Localizer const localizer_;
+  LocaleSpec const& locale_;
   std::vector<Frame> stack_;
   DataValuePtr result_;
 };

@@ -70,6 +70,34 @@ TEST(LocalizeMessages, FillsTheMessageItself) {
   EXPECT_EQ(As<StructValue>(localized)->size(), message->size());
 }
 
+TEST(LocalizeMessages, AsksOnceForEachTemplate) {
+  std::vector<std::string> asked;
+  auto const templates = [&asked](std::string const& id, boost::string_view locale,
+                                  std::error_code& ec) -> std::string {
+    asked.push_back(id + " " + std::string(locale.begin(), locale.end()));
+    if (id == "greet" && locale == "de") {
+      return "Hallo {1}";
+    }
+    ec = L10nErrc::UnknownMessageId;
+    return {};
+  };
+  auto const localizer =
+      std::make_shared<Localizer const>(std::vector<std::string>{"en", "de"}, templates,
+                                        LocalizerHelpers::GetDefaultFormatter(), LocalizerSpec());
+  RequestLocalizer const reader(localizer, std::make_shared<LocaleSpec>(Reader("de_AT").locale()));
+  auto const list = ListValue::GetInstance(ListValue::Form::List);
+  for (int i = 0; i < 100; ++i) {
+    list->Add(MessageValue(i % 2 == 0 ? "greet" : "other"));
+  }
+  auto const localized = LocalizeMessages(list, reader);
+  for (std::size_t i = 0; i < 100; ++i) {
+    EXPECT_EQ(LocalizedOf(As<ListValue>(localized.get())->Item(i)), i % 2 == 0 ? "Hallo Ann" : "") << i;
+  }
+  EXPECT_EQ(asked, (std::vector<std::string>{"greet de_AT", "greet de", "other de_AT", "other de"}));
+  LocalizeMessages(list, reader);
+  EXPECT_EQ(asked.size(), 8U) << "the next answer may find what was added meanwhile";
+}
+
 TEST(LocalizeMessages, AddsTheFieldWhereItIsMissing) {
   auto const message = StructValue::GetInstance("com.orbane.lumo.std.localizable_message");
   message->SetField("id", StringValue::GetInstance("greet"));
