@@ -80,11 +80,19 @@ class StreamServer final : public PolymorphicStreamServer,
     });
   }
 
+  /// A loop that has ended is not taken up again: neither by a second accept that was armed nor by a delay.
+  void Rearm() {
+    if (!ended_) {
+      static_cast<void>(Start());
+    }
+  }
+
   void OnAccept(AcceptError const& outcome, StreamPtr stream) {
     if (outcome.error) {
       Log::Write(logger_, 4, "Accept Error: ", outcome.ToString(), ".Acceptor info:", acceptor_.Info());
     }
     if (outcome.Terminal()) {
+      ended_ = true;
       return;
     }
     if (outcome.Delay()) {
@@ -96,7 +104,7 @@ class StreamServer final : public PolymorphicStreamServer,
       }
       Delay();
     }
-    static_cast<void>(Start());
+    Rearm();
     if (!outcome.error) {
       handler_(std::move(stream));
     }
@@ -113,7 +121,7 @@ class StreamServer final : public PolymorphicStreamServer,
                    self->acceptor_.Info());
         return;
       }
-      static_cast<void>(self->Start());
+      self->Rearm();
     });
   }
 
@@ -123,6 +131,8 @@ class StreamServer final : public PolymorphicStreamServer,
   boost::asio::strand<typename AcceptorType::executor_type> strand_;
   int armed_ = 0;
   bool delayed_ = false;
+  /// An accept ended with a terminal error.
+  bool ended_ = false;
 };
 
 }  // namespace Lumo::Asio

@@ -37,6 +37,13 @@ class FakeClock {
     }
   }
 
+  /// Cancels every wait, as the owners of their timers would.
+  static void CancelAll() {
+    for (Wait& wait : std::exchange(Waits(), {})) {
+      Complete(wait.executor, std::move(wait.handler), boost::asio::error::operation_aborted);
+    }
+  }
+
   /// Waits begun since the process started; a measure of what arming a timer costs.
   static int WaitsBegun() { return Begun(); }
 

@@ -222,6 +222,38 @@ TEST_F(StreamServerTest, ADelayThatEndsAfterStopArmsNothing) {
   EXPECT_TRUE(state_->armed.empty());
 }
 
+TEST_F(StreamServerTest, ADelayDoesNotTakeUpALoopThatHasEnded) {
+  ASSERT_FALSE(server_->Start());
+  state_->Complete(kNoDescriptors);
+  state_->Complete(error_code(ECONNABORTED, boost::system::system_category()));
+  EXPECT_TRUE(state_->armed.empty());
+  Advance(std::chrono::milliseconds(500));
+  EXPECT_TRUE(state_->armed.empty()) << "ended for good";
+}
+
+TEST_F(StreamServerTest, ASecondAcceptDoesNotTakeUpALoopThatHasEnded) {
+  ASSERT_FALSE(server_->Start());
+  state_->Complete(kNoDescriptors);
+  Advance(std::chrono::milliseconds(500));
+  ASSERT_EQ(state_->armed.size(), 2U);
+  state_->Complete(error_code(ENFILE, boost::system::system_category()));
+  state_->Complete({});
+  EXPECT_EQ(connections_, 1) << "a connection that is there is served";
+  EXPECT_TRUE(state_->armed.empty()) << "ended for good";
+}
+
+TEST_F(StreamServerTest, ADelayThatIsCancelledIsToldAndArmsNothing) {
+  ASSERT_FALSE(server_->Start());
+  state_->Complete(kNoDescriptors);
+  state_->armed = {};
+  logger_->TakeLines();
+  FakeClock::CancelAll();
+  Poll();
+  EXPECT_THAT(logger_->TakeLines(),
+              ElementsAre("4 Delay timer Accept Error: system:125 LocalEndpoint:127.0.0.1:7433"));
+  EXPECT_TRUE(state_->armed.empty());
+}
+
 TEST_F(StreamServerTest, AnUnreadableAddressIsTold) {
   state_->localError = error_code(ENOTSOCK, boost::system::system_category());
   ASSERT_FALSE(server_->Start());
