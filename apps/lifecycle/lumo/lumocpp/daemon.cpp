@@ -27,7 +27,7 @@ constexpr int kLogLevel = 7;
 char volatile exitFlag = 0;
 
 extern "C" void OnSigterm(int /*signal*/) {
-  exitFlag = 1;
+  __atomic_store_n(&exitFlag, 1, __ATOMIC_RELEASE);
 }
 
 /// Without an output the daemon runs all the same, silently.
