@@ -2,14 +2,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <deque>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
 
 #include "platform/logging/test_only_log_capture.h"
-#include "support/translator.h"
 #include "tests/unit/filters/test_provider.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using Host::Settings::SettingsApi::Filter::GenerateNotFound;
 using Host::Settings::SettingsApi::Filter::HostInputFilter;
 using namespace Lumo::Data;
@@ -160,12 +164,33 @@ TEST(GenerateNotFound, CarriesOneMessageWithBothNames) {
   ASSERT_EQ(args->size(), 2U);
   EXPECT_EQ(As<StringValue>(args->Item(0))->value(), "far.example");
   EXPECT_EQ(As<StringValue>(args->Item(1))->value(), "localhost");
+}
 
-  std::string const expected =
-      Lumo::MakeMessage("", LifeCycle::GetDefaultMessage("com.orbane.ryn.host.invalid"), "far.example",
-                        "localhost")
-          .defaultMessage();
-  EXPECT_EQ(As<StringValue>(message->Find("default_message"))->value(), expected);
+/// The text of a refusal's one message.
+std::string RefusalText(std::string const& host) {
+  Seen seen;
+  GenerateNotFound(seen.Callback(), host)();
+  auto const* const messages = As<ListValue>(seen.result->error()->Find("messages"));
+  auto const* const message = messages ? As<StructValue>(messages->Item(0)) : nullptr;
+  auto const* const text = message ? As<StringValue>(message->Find("default_message")) : nullptr;
+  return text ? std::string(text->value()) : "no text";
+}
+
+/// In a process of its own, since texts stay once they were loaded.
+TEST(GenerateNotFoundDeathTest, TextIsThatOfTheCatalogue) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto const tellTexts = [] {
+    fs::path const folder = "/usr/lib/orbane/configmanager/locale/en";
+    fs::remove_all(folder);
+    fs::create_directories(folder);
+    std::cerr << RefusalText("far.example") << '|';
+    std::ofstream(folder / "host.omsg") << "com.orbane.ryn.host.invalid = \"Not '{1}' but '{2}'.\"\n";
+    std::cerr << RefusalText("far.example") << '|' << RefusalText("{2}") << '\n';
+    std::_Exit(0);
+  };
+  EXPECT_EXIT(
+      tellTexts(), testing::ExitedWithCode(0),
+      "^Unknown message\\.\\|Not 'far\\.example' but 'localhost'\\.\\|Not '\\{2\\}' but 'localhost'\\.\n$");
 }
 
 }  // namespace
