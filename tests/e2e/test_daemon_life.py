@@ -4,12 +4,16 @@ from __future__ import annotations
 
 import concurrent.futures
 import contextlib
+import ctypes
+import errno
 import os
 import pathlib
+import platform
 import re
 import resource
 import signal
 import socket
+import struct
 import sys
 import threading
 from collections.abc import Iterator
@@ -88,6 +92,21 @@ def held_up_at_start(daemon: Daemon) -> Iterator[None]:
         with path.open("wb", buffering=0) as pipe:  # returns when the daemon has opened its end
             yield
             pipe.write(content)
+
+
+def refuse_a_handler_for_sigterm() -> None:
+    """Makes sigaction fail for SIGTERM, in this process and the program that it becomes, by a system call filter."""
+    prctl_set_no_new_privs, prctl_set_seccomp, mode_filter = 38, 22, 2
+    load, jump_if_equal, give = 0x20, 0x15, 0x06  # of 32 bit words of the call: number at 0, first argument at 16
+    allow, fail = 0x7fff0000, 0x00050000 | errno.EPERM
+    number = {"x86_64": 13, "aarch64": 134}[platform.machine()]
+    steps = [(load, 0, 0, 0), (jump_if_equal, 0, 3, number), (load, 0, 0, 16), (jump_if_equal, 0, 1, signal.SIGTERM),
+             (give, 0, 0, fail), (give, 0, 0, allow)]
+    code = ctypes.create_string_buffer(b"".join(struct.pack("=HBBI", *step) for step in steps))
+    program = ctypes.create_string_buffer(struct.pack("@HP", len(steps), ctypes.addressof(code)))
+    libc = ctypes.CDLL(None, use_errno=True)
+    if libc.prctl(prctl_set_no_new_privs, 1, 0, 0, 0) or libc.prctl(prctl_set_seccomp, mode_filter, program):
+        raise OSError(ctypes.get_errno(), "no system call filter")
 
 
 def listening() -> set[tuple[str, str]]:
@@ -225,6 +244,16 @@ def test_sigterm_ends_it_with_status_zero(daemon: Daemon, syslog: SystemLog) -> 
     assert daemon.stop() == 0
     assert daemon.output() == ""
     assert not is_listening()
+    syslog.wait(r"^TaskSchedular stopped\.$")
+    assert syslog.texts()[-2:] == ["TaskSchedular abort requested.", "TaskSchedular stopped."]
+
+
+def test_without_a_handler_for_sigterm_it_serves(stopped_daemon: Daemon, rpc: Rpc, syslog: SystemLog) -> None:
+    stopped_daemon.start(preexec_fn=refuse_a_handler_for_sigterm)
+    [entry] = syslog.wait("^Error in registering sigterm handler$")
+    assert entry.severity == "warning"
+    assert rpc.tasks() == {}
+    assert stopped_daemon.stop() == -signal.SIGTERM
 
 
 def test_sigterm_with_open_connections(daemon: Daemon) -> None:
@@ -293,6 +322,11 @@ def test_errors_carry_the_originator(daemon: Daemon, rpc: Rpc) -> None:
         rpc("com.orbane.none.get")
     assert caught.value.code == -32601
     assert caught.value.data["__originator__"] == "pak[ryn-base-1.0.0]"
+
+
+@pytest.mark.parametrize("header", ["accept_language", "lumo_ctx_format_locale"])
+def test_bad_locale_header_does_not_end_the_call(daemon: Daemon, rpc: Rpc, header: str) -> None:
+    assert rpc(f"{TASKS}.list", **{header: "not a language"}) == {}
 
 
 def test_messages_come_in_the_callers_language(daemon: Daemon, rpc: Rpc) -> None:
