@@ -73,8 +73,7 @@ Statement& Statement::Bind(int parameter, std::int64_t number) {
 }
 
 Statement& Statement::BindBytes(int parameter, std::string_view bytes) {
-  if (bytes.find('\0') == std::string_view::npos &&
-      CodeSet_Validate(bytes.data(), bytes.size(), CodeSetEncoding::Utf8)) {
+  if (bytes.find('\0') == std::string_view::npos && CodeSet_Validate(bytes.data(), bytes.size(), "UTF-8")) {
     return Bind(parameter, bytes);
   }
   if (sqlite3_bind_blob64(statement_, parameter, bytes.data(), bytes.size(), SQLITE_STATIC) != SQLITE_OK) {

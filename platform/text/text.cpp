@@ -21,12 +21,8 @@ constexpr char kUrnPrefix[] = "urn:uuid:";
 
 }  // namespace
 
-bool CodeSet_Validate(char const* bytes, std::size_t length, CodeSetEncoding encoding) {
-  switch (encoding) {
-    case CodeSetEncoding::Utf8:
-      return utf8::is_valid(bytes, bytes + length);
-  }
-  return false;
+bool CodeSet_Validate(char const* bytes, std::size_t length, char const* encoding) {
+  return std::strcmp(encoding, "UTF-8") == 0 && utf8::is_valid(bytes, bytes + length);
 }
 
 char* Str_SafeAsprintf(std::size_t* length, char const* format, ...) {

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-enum class CodeSetEncoding { Utf8 };
-/// True when the `length` bytes are valid in that encoding.
-bool CodeSet_Validate(char const* bytes, std::size_t length, CodeSetEncoding encoding);
+/// True when the `length` bytes are valid in that encoding, of which "UTF-8" is the only one known: false for
+/// any other.
+bool CodeSet_Validate(char const* bytes, std::size_t length, char const* encoding);
 
 /// printf into a new text that the caller frees with free(); null and `*length` 0 on failure. `length` may be
 /// null.

@@ -57,7 +57,7 @@ LocalizationBundle::Entries LocalizationBundle::LoadIniFile(std::istream& in, st
     if (first && text.starts_with(kByteOrderMark)) {
       text.remove_prefix(kByteOrderMark.size());
     }
-    good = CodeSet_Validate(text.data(), text.size(), CodeSetEncoding::Utf8) && ReadLine(text, texts);
+    good = CodeSet_Validate(text.data(), text.size(), "UTF-8") && ReadLine(text, texts);
   }
   if (!good || in.bad()) {
     ec = L10nErrc::BundleLoadFailed;

@@ -38,8 +38,13 @@ TEST(CodeSetValidate, TellsUtf8FromOtherBytes) {
       {"0xff", "\xff", false},
   };
   for (Case const& each : cases) {
-    EXPECT_EQ(CodeSet_Validate(each.bytes.data(), each.bytes.size(), CodeSetEncoding::Utf8), each.valid)
-        << each.what;
+    EXPECT_EQ(CodeSet_Validate(each.bytes.data(), each.bytes.size(), "UTF-8"), each.valid) << each.what;
+  }
+}
+
+TEST(CodeSetValidate, KnowsNoOtherEncoding) {
+  for (char const* encoding : {"", "utf-8", "UTF8", "UTF-16", "ISO-8859-1"}) {
+    EXPECT_FALSE(CodeSet_Validate("a", 1, encoding)) << encoding;
   }
 }
 
