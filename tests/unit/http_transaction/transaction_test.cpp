@@ -94,6 +94,7 @@ TEST_F(TransactionTest, ACallComesWithItsContext) {
   EXPECT_EQ(calls_[0].activation->requestContext().at("requestId"), R"(1"a")");
   EXPECT_EQ(calls_[0].activation->requestContext().at("opId"), "nightly-42");
   EXPECT_EQ(calls_[0].activation->requestLocalizer().locale().language.ToString(), "de");
+  EXPECT_EQ(calls_[0].activation->localizer(), spec_->localizer);
   for (std::string const& line : logger_->TakeLines()) {
     EXPECT_THAT(line, Not(HasSubstr("secret")));
     EXPECT_THAT(line, Not(HasSubstr("cm9vd")));
@@ -112,6 +113,8 @@ TEST_F(TransactionTest, APeerThatCannotBeReadIsLeftOut) {
 
 TEST_F(TransactionTest, ABadLocaleHeaderIsNoReasonToRefuse) {
   EXPECT_EQ(Exchange(Call("Accept-Language: ;;;\r\nlumo-ctx-format-locale: !!\r\n")), Answer());
+  ASSERT_EQ(calls_.size(), 1U);
+  EXPECT_TRUE(calls_[0].activation->localeSpec()) << "whatever the extraction gave is kept";
 }
 
 TEST_F(TransactionTest, RequestsThatCannotBeUnderstoodAreAnsweredAndClosed) {
