@@ -35,6 +35,7 @@ DATABASE = STATE / "task-status.json.db"
 METADATA = pathlib.Path("/usr/lib/orbane/lifecycle/metadata")
 MODULES = pathlib.Path("/usr/lib/orbane/configmanager/apply_modules")
 SERVICES = pathlib.Path("/etc/services")
+IPV6_SWITCH = pathlib.Path("/proc/sys/net/ipv6/conf/all/disable_ipv6")
 INTROSPECTION = "com.orbane.lumo.std.introspection"
 
 # In the order in which they are loaded.
@@ -235,6 +236,23 @@ def test_both_addresses_in_use_leave_a_daemon_that_stops_in_order(stopped_daemon
         syslog.wait("^HTTP endpoint listening on TCP port 7433$")
         assert stopped_daemon.running
         assert stopped_daemon.stop() == 0
+
+
+def test_host_without_ipv6_is_served_on_ipv4_alone(stopped_daemon: Daemon, syslog: SystemLog, rpc: Rpc) -> None:
+    try:
+        IPV6_SWITCH.write_text("1")
+    except OSError as error:
+        pytest.skip(f"IPv6 can't be switched off here: {error}")
+    try:
+        stopped_daemon.start()
+        [complaint] = syslog.wait("Failed to listen on: ")
+        assert complaint.text == "IPv6 Failed to listen on: [::1]:7433 ec: system:99"
+        assert complaint.severity == "notice"
+        assert listening() == {("tcp", "0100007F")}
+        assert rpc.tasks() == {}
+        assert stopped_daemon.stop() == 0
+    finally:
+        IPV6_SWITCH.write_text("0")
 
 
 # --- how it ends ---
