@@ -77,7 +77,7 @@ void AsyncServiceImpl::List(std::shared_ptr<Svc::ListInput const> const& input,
                             AsyncResult<std::set<std::string>> const& result) {
   InterfacePtr api;
   MessageList errors;
-  if (!FindService(*interfaces_, input->service, api, errors)) {
+  if (!FindService(interfaces_, input->service, api, errors)) {
     result.error(NotFound(errors));
     return;
   }
@@ -89,7 +89,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& input,
   InterfacePtr api;
   MethodPtr method;
   MessageList errors;
-  if (!FindService(*interfaces_, input->service, api, errors) ||
+  if (!FindService(interfaces_, input->service, api, errors) ||
       !api->Find(input->operation, method, errors)) {
     result.error(NotFound(errors));
     return;
@@ -119,7 +119,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& /*input*/
   auto info = std::make_shared<Svc::Info>();
   info->id = name_;
   if (checksum_.empty()) {
-    checksum_ = Checksum(*interfaces_);
+    checksum_ = Checksum(interfaces_);
   }
   info->checksum = checksum_;
   result(info);
@@ -133,7 +133,7 @@ namespace Svc = Bindings::ServiceSvc;
 
 void AsyncServiceImpl::List(std::shared_ptr<Svc::ListInput const> const& /*input*/,
                             AsyncResult<std::set<std::string>> const& result) {
-  std::vector<std::string> const names = interfaces_->ServiceNames();
+  std::vector<std::string> const names = interfaces_.ServiceNames();
   result(std::set<std::string>(names.begin(), names.end()));
 }
 
@@ -141,7 +141,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& input,
                            AsyncResult<std::shared_ptr<Svc::Info const>> const& result) {
   InterfacePtr api;
   MessageList errors;
-  if (!FindService(*interfaces_, input->service, api, errors)) {
+  if (!FindService(interfaces_, input->service, api, errors)) {
     result.error(NotFound(errors));
     return;
   }
@@ -152,7 +152,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& input,
 
 }  // namespace Impl::ServiceSvc
 
-std::list<InterfacePtr> BindServices(std::shared_ptr<Container const> const& interfaces,
+std::list<InterfacePtr> BindServices(Container const& interfaces,
                                      std::string const& providerName,
                                      std::shared_ptr<L10n::Localizer const> const& localizer) {
   return {

@@ -71,7 +71,7 @@ class IntrospectionTest : public testing::Test {
  protected:
   void Bind() {
     for (auto const& api :
-         BindServices(container, "TheProvider", L10n::LocalizerHelpers::GetDefaultLocalizer())) {
+         BindServices(*container, "TheProvider", L10n::LocalizerHelpers::GetDefaultLocalizer())) {
       MessageList errors;
       container->Add(api, errors);
       ASSERT_TRUE(errors.empty());

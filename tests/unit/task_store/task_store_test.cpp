@@ -133,7 +133,8 @@ TEST(TaskInfoErrorTest, KeepsItsText) {
 
 TEST(AccessLockErrorTest, TextIsThatOfTheErrno) {
   for (int const error : {0, EADDRINUSE, EWOULDBLOCK, 12345}) {
-    EXPECT_STREQ(LifeCycle::AccessLockError(error).what(), std::strerror(error));
+    std::string const text = LifeCycle::AccessLockError(error).what();
+    EXPECT_EQ(text, std::string(std::strerror(error)));
     EXPECT_EQ(LifeCycle::AccessLockError(error).error(), error);
   }
 }

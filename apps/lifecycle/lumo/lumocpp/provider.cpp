@@ -83,7 +83,7 @@ std::shared_ptr<Lumo::Core::AsyncApiProvider> BuildProvider(
   auto const local = std::make_shared<Lumo::Provider::AsyncLocalProvider<DummyMutex>>(post, container);
   // Only now, since they report on the finished provider.
   for (auto const& api :
-       Lumo::Provider::Introspection::BindServices(container, local->ToString(), localizer)) {
+       Lumo::Provider::Introspection::BindServices(*container, local->ToString(), localizer)) {
     Lumo::MessageList dropped;
     container->Add(api, dropped);
   }
