@@ -152,8 +152,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<Svc::GetInput const> const& input,
 
 }  // namespace Impl::ServiceSvc
 
-std::list<InterfacePtr> BindServices(Container const& interfaces,
-                                     std::string const& providerName,
+std::list<InterfacePtr> BindServices(Container const& interfaces, std::string const& providerName,
                                      std::shared_ptr<L10n::Localizer const> const& localizer) {
   return {
       Bindings::OperationSvc::AsyncServiceBinder::BindImplementation(

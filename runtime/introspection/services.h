@@ -19,8 +19,7 @@ namespace Impl {
 namespace OperationSvc {
 class AsyncServiceImpl final : public Bindings::OperationSvc::AsyncServiceInterface {
  public:
-  explicit AsyncServiceImpl(Container const& interfaces)
-      : interfaces_(interfaces) {}
+  explicit AsyncServiceImpl(Container const& interfaces) : interfaces_(interfaces) {}
   /// Short names of a service's operations.
   void List(std::shared_ptr<Bindings::OperationSvc::ListInput const> const& input,
             AsyncResult<std::set<std::string>> const& result) override;
@@ -52,8 +51,7 @@ class AsyncServiceImpl final : public Bindings::ProviderSvc::AsyncServiceInterfa
 namespace ServiceSvc {
 class AsyncServiceImpl final : public Bindings::ServiceSvc::AsyncServiceInterface {
  public:
-  explicit AsyncServiceImpl(Container const& interfaces)
-      : interfaces_(interfaces) {}
+  explicit AsyncServiceImpl(Container const& interfaces) : interfaces_(interfaces) {}
   void List(std::shared_ptr<Bindings::ServiceSvc::ListInput const> const& input,
             AsyncResult<std::set<std::string>> const& result) override;
   void Get(std::shared_ptr<Bindings::ServiceSvc::GetInput const> const& input,
@@ -67,8 +65,8 @@ class AsyncServiceImpl final : public Bindings::ServiceSvc::AsyncServiceInterfac
 }  // namespace Impl
 
 /// The three services over `interfaces`, bound: operation, provider, service. `providerName` is the name that
-/// the provider service tells. They are meant to be added to `interfaces`, which has to outlive them, so they only
-/// refer to it.
+/// the provider service tells. They are meant to be added to `interfaces`, which has to outlive them, so they
+/// only refer to it.
 std::list<std::shared_ptr<AsyncApiInterface const>> BindServices(
     Container const& interfaces, std::string const& providerName,
     std::shared_ptr<L10n::Localizer const> const& localizer);
