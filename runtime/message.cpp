@@ -21,7 +21,7 @@ std::string FormatMessage(std::string_view messageTemplate, std::list<std::strin
 }
 
 BaseMessage MakeMessageFromList(std::string const& id, std::string const& messageTemplate,
-                                std::list<std::string> args) {
+                                std::list<std::string> const& args) {
   std::error_code ignored;
   std::string text = FormatMessage(messageTemplate, args, ignored);
   return {id, text, args};

@@ -41,7 +41,7 @@ std::string FormatMessage(std::string_view messageTemplate, std::list<std::strin
 /// Formats `messageTemplate` ("{1}", "{}", "{{") with `args` and keeps the arguments. A template that asks
 /// for more arguments than there are gives the text up to that place.
 BaseMessage MakeMessageFromList(std::string const& id, std::string const& messageTemplate,
-                                std::list<std::string> args);
+                                std::list<std::string> const& args);
 
 namespace Detail {
 inline std::string MessageArgument(std::string_view text) {
