@@ -182,6 +182,9 @@ TEST_F(AsioTcpApiServerTest, AfterStopNobodyIsTakenIn) {
 }
 
 TEST_F(AsioTcpApiServerTest, SurvivesALackOfDescriptors) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the sanitizer needs descriptors of its own to look at an object's type";
+#endif
   ASSERT_FALSE(server_.Start());
   Run();
   std::string const call = Call("", R"({"jsonrpc":"2.0","id":1,"method":"s.o"})");
