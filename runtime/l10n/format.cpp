@@ -50,7 +50,7 @@ void FormatText(std::ostream& out, void const* value, boost::string_view spec) {
     out << text;
     return;
   }
-  // The specification becomes a printf conversion. Only what printf reads as flags, width and precision
+  // The format part becomes a printf conversion. Only what printf reads as flags, width and precision
   // reaches it: a template must not be able to name other conversions.
   std::size_t const length = ConversionLength(spec);
   bool const plain = length == spec.size();
