@@ -309,6 +309,7 @@ def test_endpoint_that_cannot_start_is_status_minus_one(stopped_daemon: Daemon, 
 # --- how it runs ---
 
 
+@pytest.mark.skipif(b"__tsan_init" in PROGRAM.read_bytes(), reason="the sanitizer has a thread of its own")
 def test_threads_are_entry_io_scheduler_and_log_writer(daemon: Daemon) -> None:
     wait_for(lambda: threads(daemon) == 4, "four threads")
     most = 0
