@@ -14,7 +14,6 @@ namespace Lumo::Transport::Http::Error {
 enum class Errc { FrameParse = 1, MessageTooLong = 2, EndOfBody = 3 };
 
 /// Message framing.
-// NOLINTNEXTLINE(readability-identifier-naming): named as the socket library names its categories
 class transport_category final : public boost::system::error_category {
  public:
   static transport_category const& Instance() noexcept;
@@ -39,7 +38,6 @@ enum class Errc {
 };
 
 /// Reading of requests.
-// NOLINTNEXTLINE(readability-identifier-naming): named as the socket library names its categories
 class transport_category final : public boost::system::error_category {
  public:
   static transport_category const& Instance() noexcept;

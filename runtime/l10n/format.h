@@ -9,7 +9,6 @@
 namespace Lumo::Detail {
 
 /// One argument: a borrowed value and the function that prints it. The value must outlive it.
-// NOLINTNEXTLINE(readability-identifier-naming): the established name
 class format_arg {
  public:
   /// `spec` is the part of the specifier behind the colon.
