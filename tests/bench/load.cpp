@@ -37,6 +37,7 @@ struct Options {
   int idle = 0;            // connections that stay open and silent
   bool holdIdle = false;   // open the idle ones, print, and wait for end of input
   std::string body;        // file with the request's JSON
+  std::string headers;     // file with further header lines, each with its line end
   std::string background;  // file with a body that one further connection posts over and over
 };
 
@@ -48,9 +49,10 @@ std::string ReadFile(std::string const& path) {
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-std::string Request(std::string const& body) {
-  return "POST / HTTP/1.1\r\nHost: localhost\r\nContent-Type: application/json\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
+std::string Request(std::string const& headers, std::string const& body) {
+  return "POST / HTTP/1.1\r\nHost: localhost\r\n" + headers +
+         "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+         body;
 }
 
 int Connect(int port) {
@@ -145,7 +147,8 @@ class Load {
       }
       return;
     }
-    small_ = Request(ReadFile(options_.body));
+    std::string const headers = options_.headers.empty() ? "" : ReadFile(options_.headers);
+    small_ = Request(headers, ReadFile(options_.body));
     int const first = Connect(options_.port);
     std::string const answer = Ask(first, small_);
     ::close(first);
@@ -159,7 +162,7 @@ class Load {
       connection.answerLength = answer.size();
     }
     if (!options_.background.empty()) {
-      big_ = Request(ReadFile(options_.background));
+      big_ = Request(headers, ReadFile(options_.background));
       int const fd = Connect(options_.port);
       connections_.back().request = &big_;
       connections_.back().answerLength = Ask(fd, big_).size();
@@ -308,6 +311,8 @@ int main(int argc, char** argv) {
       options.idle = std::atoi(value);
     } else if (name == "--body") {
       options.body = value;
+    } else if (name == "--headers") {
+      options.headers = value;
     } else if (name == "--background") {
       options.background = value;
     } else {

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import base64
 import http.client
 import json
 import socket
@@ -16,6 +17,14 @@ PORT = 7433
 SOFTWARE = "com.orbane.ryn.keel_daemon.software"
 TASKS = "com.orbane.halo.tasks"
 CLEAN_JSON = "application/vnd.orbane.lumo.cleanjson"  # answers without annotations
+
+
+def basic(user: str, password: str) -> str:
+    """The Authorization header's value for a user's password."""
+    return "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()
+
+
+AUTHORIZATION = basic("operator", "correct horse")  # a user of the sandbox
 FINISHED = ("SUCCEEDED", "FAILED")
 
 
@@ -54,12 +63,12 @@ class Reply:
 
 @dataclass
 class Rpc:
-    """Calls operations, each over a connection of its own."""
+    """Calls operations as the user operator, each over a connection of its own; with empty `headers` as nobody."""
 
     host: str = HOST
     port: int = PORT
     timeout: float = 60.0
-    headers: dict[str, str] = field(default_factory=dict)
+    headers: dict[str, str] = field(default_factory=lambda: {"Authorization": AUTHORIZATION})
 
     def post(self, body: bytes | str, **headers: str) -> Reply:
         """Posts `body`; header names are given with `_` for `-`."""
