@@ -19,8 +19,9 @@ _HEAD = '''"""Structures and operations of the API, generated from the interface
 Structures are dictionaries in the direct JSON form: an optional field that is unset is not there, times are texts as
 "2024-02-29T12:00:00.125Z", enumerators are their names. An enumeration may hold a text that this version doesn't know.
 
-OPERATIONS holds all operations by identifier, COMMANDS the same by the words of the command line, and ERROR_CODES the
-number of each error in JSON-RPC answers.
+OPERATIONS holds all operations by identifier, COMMANDS the same by the words of the command line, ENUMERATIONS the
+enumerators and STRUCTURES the fields of each type by its identifier, SERVICES what each service is for, and ERROR_CODES
+the number of each error in JSON-RPC answers.
 """
 
 from __future__ import annotations
@@ -31,7 +32,8 @@ from typing import Any, NotRequired, TypedDict
 
 @dataclass(frozen=True)
 class Parameter:
-    """A parameter of an operation. `type` is written as in the definition, without "optional<…>"."""
+    """A parameter of an operation or a field of a structure. `type` is written as in the definition, without
+    "optional<…>", types by their full identifiers."""
 
     name: str
     type: str
@@ -90,6 +92,22 @@ def _module(definition: Definition) -> Iterator[str]:
     yield "\nERROR_CODES: dict[str, int] = {"
     for error in errors:
         yield f"    {_text(error.full_name)}: {error.code},"
+    yield "}"
+    yield "\nENUMERATIONS: dict[str, tuple[str, ...]] = {"
+    for scope in definition.scopes():
+        for enumeration in scope.enumerations:
+            yield f"    {_text(enumeration.full_name)}: {_tuple([value.name for value in enumeration.values])},"
+    yield "}"
+    yield "\nSTRUCTURES: dict[str, tuple[Parameter, ...]] = {"
+    for scope in definition.scopes():
+        for structure in scope.structures:
+            yield f"    {_text(structure.full_name)}: ("
+            yield from _parameters(structure.all_fields)
+            yield "    ),"
+    yield "}"
+    yield "\nSERVICES: dict[str, str] = {"
+    for service in definition.services():
+        yield f"    {_text(service.full_name)}: {_text(service.doc)},"
     yield "}"
     yield "\nOPERATIONS: dict[str, Operation] = {"
     for operation in definition.operations():
@@ -151,14 +169,18 @@ def _operation(operation: Operation) -> Iterator[str]:
     yield f"        {_text(operation.full_name)}, {_text(operation.service.full_name)}, {_text(operation.name)},"
     yield f"        {_text(operation.doc)},"
     yield "        ("
-    for field in operation.parameters:
-        yield (f"            Parameter({_text(field.name)}, {_text(str(field.type.inner))}, {not field.type.optional}, "
-               f"{_text(field.doc)}),")
+    yield from _parameters(operation.parameters)
     yield "        ),"
     yield f"        {_text(str(operation.output))}, {_text(operation.output_doc)}, {operation.task},"
     yield f"        {_tuple([use.error.full_name for use in operation.errors])},"
     yield (f"        {_tuple(operation.cli)}, {_tuple(operation.authentication)}, "
            f"{_tuple(operation.privileges)}),")
+
+
+def _parameters(fields: list[Field]) -> Iterator[str]:
+    for field in fields:
+        yield (f"            Parameter({_text(field.name)}, {_text(str(field.type.inner))}, {not field.type.optional}, "
+               f"{_text(field.doc)}),")
 
 
 def _tuple(words: tuple[str, ...] | list[str]) -> str:

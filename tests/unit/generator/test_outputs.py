@@ -165,6 +165,12 @@ def test_python_models(out: Path) -> None:
     assert models.OPERATIONS["com.orbane.lumo.std.introspection.service.list"].authentication == ()
     assert models.ERROR_CODES["com.orbane.lumo.std.errors.not_found"] == -32003
     assert models.HaloTaskStatus.NUMBERS == {"PENDING": 0, "RUNNING": 1, "SUCCEEDED": 3, "FAILED": 4}
+    assert models.ENUMERATIONS["com.orbane.halo.task.status"] == ("PENDING", "RUNNING", "SUCCEEDED", "FAILED")
+    assert [(f.name, f.type, f.required) for f in models.STRUCTURES["com.orbane.ryn.keel_daemon.software_spec"]] == [
+        ("base_image", "com.orbane.ryn.keel_daemon.base_image_spec", True), ("components", "map<string, string>", False),
+        ("solutions", "map<string, com.orbane.ryn.keel_daemon.solution_spec>", False)]
+    assert {operation.service for operation in models.OPERATIONS.values()} <= set(models.SERVICES)
+    assert all(models.SERVICES.values())
     assert models.HaloTaskInfo.__annotations__["status"].__forward_arg__ == "str"
     assert models.HaloTaskInfo.__annotations__["end_time"].__forward_arg__ == "NotRequired[str]"
 
