@@ -29,6 +29,8 @@ def software_spec(base_version: str = "", components: dict[str, str] | None = No
 class Client:
     """A connection to the daemon of this host. Use as a context manager, from one thread at a time.
 
+    `options` are those of Transport; `credentials` say who calls, without them introspection alone is allowed.
+
     Methods raise errors.ApiError for an error answer and errors.UnreachableError when no daemon answers. Methods that
     start work return the task's id at once; see wait().
     """

@@ -20,6 +20,10 @@ class ProtocolError(KeeldError):
     """An answer came that is not one: another HTTP status, no JSON, a foreign id."""
 
 
+class CredentialsError(KeeldError):
+    """There are no credentials to send: they can't be had, or they can't be what the daemon takes."""
+
+
 class ApiError(KeeldError):
     """The daemon answered with an error.
 
@@ -53,9 +57,14 @@ class ApiError(KeeldError):
         return CONTENTION in self.message_ids
 
     @property
+    def is_about_credentials(self) -> bool:
+        """The daemon does not know the caller, or does not let the caller do this."""
+        return self.kind in ("unauthenticated", "unauthorized")
+
+    @property
     def is_refused(self) -> bool:
         """The daemon does not take the call: credentials, rights or arguments."""
-        return self.kind in ("unauthenticated", "unauthorized", "invalid_argument")
+        return self.is_about_credentials or self.kind == "invalid_argument"
 
 
 class TaskFailedError(KeeldError):

@@ -8,6 +8,7 @@ import json
 import socket
 from typing import Any
 
+from .credentials import Credentials
 from .errors import ApiError, ProtocolError, UnreachableError
 
 SERVICE = "keeld"
@@ -28,11 +29,13 @@ class Transport:
     """Sends calls one after another over one connection, which is opened on first use and again after a fault.
 
     Not for use by several threads at once. `timeout` is the longest silence of the daemon, in seconds; None waits
-    for ever (the daemon may block while a foreground command runs).
+    for ever (the daemon may block while a foreground command runs). `credentials` are asked anew for each request.
     """
 
     def __init__(self, host: str | None = None, port: int | None = None, timeout: float | None = 120.0,
-                 language: str | None = None, operation_id: str | None = None) -> None:
+                 language: str | None = None, operation_id: str | None = None,
+                 credentials: Credentials | None = None) -> None:
+        self.credentials = credentials or Credentials()
         self._hosts = (host,) if host else HOSTS
         self.port = port or service_port()
         self._timeout = timeout
@@ -73,9 +76,11 @@ class Transport:
             self._connection = self._connect()
         connection = self._connection
         try:
-            connection.request("POST", "/", body, self._headers)
-            response = connection.getresponse()
-            payload = response.read()
+            with self.credentials.for_request() as authorization:
+                headers = {**self._headers, "Authorization": authorization} if authorization else self._headers
+                connection.request("POST", "/", body, headers)
+                response = connection.getresponse()
+                payload = response.read()
         except (http.client.RemoteDisconnected, BrokenPipeError, ConnectionResetError) as error:
             self.close()
             if fresh or not repeatable:
@@ -94,7 +99,7 @@ class Transport:
     def call(self, method: str, params: dict[str, Any] | None = None) -> Any:
         """Calls `method` ("service.operation") and returns its result in the direct JSON form.
 
-        Raises ApiError for an error answer, UnreachableError and ProtocolError.
+        Raises ApiError for an error answer, UnreachableError, ProtocolError, and CredentialsError before anything is sent.
         """
         request: dict[str, Any] = {"jsonrpc": "2.0", "id": next(self._ids), "method": method}
         if params:

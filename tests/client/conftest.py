@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import http.server
 import json
+import os
 import sys
 import threading
 from collections.abc import Callable, Iterator
@@ -12,7 +13,15 @@ from typing import Any
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "client"))
+ROOT = Path(__file__).resolve().parents[2]
+BUILD = Path(os.environ.get("KEELD_BUILD", ROOT / "build/dev"))
+sys.path.insert(0, str(ROOT / "client"))
+
+import keeld_client  # noqa: E402
+
+keeld_client.__path__.append(str(BUILD / "generated/python/keeld_client"))  # the tables made from the definition
+
+from keeld_client import tickets  # noqa: E402
 
 Answer = Callable[[dict[str, Any]], Any]
 
@@ -24,6 +33,7 @@ class FakeDaemon:
         self.answers: dict[str, Any] = {}
         self.calls: list[tuple[str, dict[str, Any]]] = []
         self.headers: list[dict[str, str]] = []
+        self.on_request: Callable[[], None] = lambda: None
         self.raw: bytes | None = None
         self.close_after_answer = False
         self.connections = 0
@@ -43,6 +53,7 @@ class FakeDaemon:
                 request = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
                 daemon.calls.append((request["method"], request.get("params", {})))
                 daemon.headers.append({k.lower(): v for k, v in self.headers.items()})
+                daemon.on_request()
                 if daemon.raw is not None:
                     self.wfile.write(daemon.raw)
                     self.close_connection = True
@@ -78,11 +89,11 @@ class FakeDaemon:
 
 
 class Fault:
-    """An error answer."""
+    """An error answer, without a text one without messages."""
 
-    def __init__(self, kind: str, text: str, message_id: str = "", code: int = -32000) -> None:
+    def __init__(self, kind: str, text: str = "", message_id: str = "", code: int = -32000) -> None:
         self.kind, self.text, self.code = kind, text, code
-        self.messages = [{"id": message_id, "default_message": text, "args": []}]
+        self.messages = [{"id": message_id, "default_message": text, "args": []}] if text else []
 
 
 @pytest.fixture
@@ -90,3 +101,17 @@ def daemon() -> Iterator[FakeDaemon]:
     fake = FakeDaemon()
     yield fake
     fake.stop()
+
+
+@pytest.fixture(autouse=True)
+def ticket_folder(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> Path:
+    """The folder of tickets, a test's own; neither it nor the one above is there at first."""
+    folder = tmp_path / "orbane" / "tickets"
+    monkeypatch.setattr(tickets, "FOLDER", str(folder))
+    return folder
+
+
+@pytest.fixture(autouse=True)
+def no_secrets_in_the_environment(monkeypatch: pytest.MonkeyPatch) -> None:
+    for name in ("KEELD_PASSWORD", "KEELD_TOKEN"):
+        monkeypatch.delenv(name, raising=False)

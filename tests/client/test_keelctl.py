@@ -5,9 +5,8 @@ from typing import Any
 import pytest
 
 from conftest import FakeDaemon, Fault
-from keeld_client import ApiError, Task
+from keeld_client import Task
 from keeld_client.cli import main as cli
-from keeld_client.cli import software
 from keeld_client.cli.output import ProgressView
 
 ID = "6f1c0000-0000-4000-8000-000000000001"
@@ -96,19 +95,6 @@ def test_command_line(arguments: list[str], code: int) -> None:
     assert cli.main(arguments) == code
 
 
-def test_wait_stands_in_line() -> None:
-    answers = iter([ApiError("", 0, "", {"messages": [{"id": "com.orbane.ryn.task.contention"}]})] * 2)
-    pauses: list[float] = []
-
-    def start() -> str:
-        for error in answers:
-            raise error
-        return ID
-
-    assert software.start_in_line(start, pauses.append) == ID
-    assert pauses == [software.WAIT_SECONDS] * 2
-
-
 def test_watch_json_is_one_document(daemon: FakeDaemon, capsys: pytest.CaptureFixture[str]) -> None:
     daemon.answers = {TASKS + "get": ended(result={"a": 1})}
     assert run(daemon, "tasks", "watch", ID, "--json") == 0
@@ -176,3 +162,13 @@ def test_progress_on_a_terminal() -> None:
     view.close()
     assert "apply [" + "#" * 15 + "-" * 15 + "]  50% running" in stream.getvalue()
     assert stream.getvalue().endswith("\n")
+
+
+@pytest.mark.parametrize("locale, language", [
+    ("de_DE.UTF-8", "de_DE"), ("de_DE@euro", "de_DE"), ("C.UTF-8", None), ("POSIX", None), ("de\r\nx: y", None),
+    ("\u00e4", None), ("x" * 5000, None)])
+def test_language_of_the_user(daemon: FakeDaemon, monkeypatch: pytest.MonkeyPatch, locale: str, language: str | None) -> None:
+    monkeypatch.setenv("LC_ALL", locale)
+    daemon.answers = {TASKS + "list": {}}
+    assert run(daemon, "tasks", "list") == 0
+    assert daemon.headers[0].get("accept-language") == language

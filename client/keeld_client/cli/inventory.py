@@ -3,23 +3,12 @@
 from __future__ import annotations
 
 import argparse
-from typing import Any
 
+from .._generated import COMMANDS as OPERATIONS
 from ..client import Client
-from .output import clean, print_json, print_table
-
-
-def add_commands(groups: Any, common: argparse.ArgumentParser) -> None:
-    """components list|get and image get."""
-    parser = groups.add_parser("components", help="components of the deployed image")
-    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
-    commands.add_parser("list", parents=[common], help="all of them").set_defaults(run=run_list)
-    get = commands.add_parser("get", parents=[common], help="one of them")
-    get.add_argument("name")
-    get.set_defaults(run=run_get)
-    parser = groups.add_parser("image", help="the deployed base image")
-    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
-    commands.add_parser("get", parents=[common], help="its name, version and more").set_defaults(run=run_image)
+from .command import Command, Option
+from .output import print_json, print_record, print_table
+from .values import text
 
 
 def run_list(client: Client, arguments: argparse.Namespace) -> int:
@@ -34,22 +23,21 @@ def run_list(client: Client, arguments: argparse.Namespace) -> int:
 
 
 def run_get(client: Client, arguments: argparse.Namespace) -> int:
-    _show(client.component(arguments.name), arguments.json)
+    component = client.component(arguments.name)
+    print_json(component) if arguments.json else print_record(component)
     return 0
 
 
 def run_image(client: Client, arguments: argparse.Namespace) -> int:
-    _show(client.image(), arguments.json)
+    image = client.image()
+    print_json(image) if arguments.json else print_record(image)
     return 0
 
 
-def _show(record: dict[str, Any], as_json: bool) -> None:
-    if as_json:
-        print_json(record)
-        return
-    for name, value in record.items():
-        if isinstance(value, (dict, list)):
-            print(f"{name}:")
-            print_json(value)
-        elif value not in (None, ""):
-            print(f"{name.replace('_', ' ') + ':':<16}{clean(str(value))}")
+GROUPS = {("components",): "Components of the deployed image.", ("image",): "The deployed base image."}
+COMMANDS = (
+    Command(("components", "list"), "Lists the components of the image.", (), run_list, OPERATIONS["components", "list"]),
+    Command(("components", "get"), "Describes a component of the image.",
+            (Option("name", "name of the component", "NAME", parse=text),), run_get, OPERATIONS["components", "get"]),
+    Command(("image", "get"), "Describes the base image.", (), run_image, OPERATIONS["image", "get"]),
+)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+import re
 import shutil
 import sys
 from collections.abc import Sequence
@@ -11,12 +12,14 @@ from typing import Any, TextIO
 from ..tasks import Task
 
 BAR_WIDTH = 30
+# Control characters that JSON lets stand, marks that turn the direction of writing, halves of surrogate pairs.
+_UNSHOWABLE = re.compile("[\x7f-\x9f\u200e\u200f\u202a-\u202e\u2066-\u2069\ud800-\udfff]")
 
 
 def print_json(value: Any, stream: TextIO | None = None) -> None:
-    """One JSON document on standard output, for programs to read."""
-    json.dump(value, stream or sys.stdout, indent=2, ensure_ascii=False)
-    (stream or sys.stdout).write("\n")
+    """One JSON document on standard output, for programs to read, with all that could steer a terminal escaped."""
+    text = json.dumps(value, indent=2, ensure_ascii=False)
+    (stream or sys.stdout).write(_UNSHOWABLE.sub(lambda found: f"\\u{ord(found[0]):04x}", text) + "\n")
 
 
 def clean(text: str) -> str:
@@ -31,6 +34,37 @@ def print_table(header: Sequence[str], rows: Sequence[Sequence[str]], stream: Te
     widths = [max(len(row[i]) for row in table) for i in range(len(header))]
     for row in table:
         print("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip(), file=out)
+
+
+def print_record(record: dict[str, Any]) -> None:
+    """A structure for people: a line a field, those that are unset left out."""
+    for name, value in record.items():
+        if isinstance(value, (dict, list)):
+            print(f"{clean(name)}:")
+            print_json(value)
+        elif value not in (None, ""):
+            print(f"{clean(name).replace('_', ' ') + ':':<16}{_cell(value)}")
+
+
+def print_value(value: Any) -> None:
+    """Any result for people: a structure by its fields, structures of one kind as a table, nothing as "done"."""
+    if value is None:
+        print("done")
+    elif isinstance(value, dict):
+        print_record(value)
+    elif isinstance(value, list) and value and all(isinstance(row, dict) for row in value):
+        names = list(dict.fromkeys(name for row in value for name, cell in row.items() if not isinstance(cell, (dict, list))))
+        print_table([clean(name).replace("_", " ").upper() for name in names],
+                    [[_cell(row.get(name, "")) for name in names] for row in value])
+    elif isinstance(value, list):
+        for entry in value:
+            print(json.dumps(entry) if isinstance(entry, list) else _cell(entry))
+    else:
+        print(_cell(value))
+
+
+def _cell(value: Any) -> str:
+    return clean(value) if isinstance(value, str) else json.dumps(value)
 
 
 class ProgressView:

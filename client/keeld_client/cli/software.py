@@ -5,43 +5,17 @@ from __future__ import annotations
 import argparse
 import json
 import sys
-import time
-from collections.abc import Callable
 from typing import Any
 
+from .._generated import COMMANDS as OPERATIONS
 from ..client import Client, software_spec
-from ..errors import ApiError, TaskFailedError
 from ..tasks import Task
-from . import tasks
-from .output import clean, print_json, print_table
-
-WAIT_SECONDS = 2.0
-
-
-class UsageError(Exception):
-    """The command line asks for something that can't be."""
-
-
-def add_commands(groups: Any, common: argparse.ArgumentParser) -> None:
-    """software scan|stage|apply."""
-    parser = groups.add_parser("software", help="compare, fetch and change the host's image")
-    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
-    texts = {"scan": "say what differs from the wanted image", "stage": "fetch what the wanted image needs",
-             "apply": "change the host to the wanted image"}
-    for name, text in texts.items():
-        command = commands.add_parser(name, parents=[common], help=text)
-        command.add_argument("--depot", action="append", required=True, metavar="URL",
-                             help="file:// or http:// depot; may be repeated")
-        command.add_argument("--spec", metavar="FILE", help="wanted image as JSON, - for standard input")
-        command.add_argument("--base", metavar="VERSION", default="", help="version of the base image (default: keep)")
-        command.add_argument("--component", action="append", default=[], metavar="NAME=VERSION",
-                             help="component to have; may be repeated")
-        if name != "stage":
-            command.add_argument("--quick-patch", action="store_true",
-                                 help="apply without a reboot what allows that")
-        command.add_argument("--no-wait", action="store_true", help="print the task's id and return at once")
-        command.add_argument("--wait", action="store_true", help="stand in line behind a running operation")
-        command.set_defaults(run=run)
+from . import line, tasks
+from .command import Command, Option
+from .generic import NO_WAIT, WAIT
+from .output import clean, print_table
+from .usage import UsageError
+from .values import text
 
 
 def read_spec(arguments: argparse.Namespace) -> dict[str, Any]:
@@ -58,7 +32,7 @@ def read_spec(arguments: argparse.Namespace) -> dict[str, Any]:
             raise UsageError(f"{arguments.spec!r} holds no JSON object")
         return spec
     components = {}
-    for item in arguments.component:
+    for item in arguments.component or ():
         name, separator, version = item.partition("=")
         if not (name and separator and version):
             raise UsageError(f"--component takes NAME=VERSION, not {item!r}")
@@ -81,43 +55,17 @@ def check_depots(depots: list[str]) -> None:
 def run(client: Client, arguments: argparse.Namespace) -> int:
     check_depots(arguments.depot)
     spec = read_spec(arguments)
+    name = arguments.command.words[-1]
 
     def start() -> str:
-        if arguments.command == "scan":
+        if name == "scan":
             return client.scan(spec, arguments.depot, arguments.quick_patch)
-        if arguments.command == "stage":
+        if name == "stage":
             return client.stage(spec, arguments.depot)
         return client.apply(spec, arguments.depot, arguments.quick_patch)
 
-    task_id = start_in_line(start) if arguments.wait else start()
-    if arguments.no_wait:
-        print_json({"task": task_id}) if arguments.json else print(task_id)
-        return 0
-    task = tasks.follow(client, task_id, arguments.command, quiet=arguments.json)
-    if task is None:
-        return 130
-    if arguments.json:
-        print_json(task.raw)
-    if task.status == "FAILED":
-        raise TaskFailedError(task_id, task.error_text, task.raw)
-    if not arguments.json:
-        show_result(arguments.command, task)
-    return 0
-
-
-def start_in_line(start: Callable[[], str], sleep: Callable[[float], None] = time.sleep) -> str:
-    """Tries again while another operation runs."""
-    told = False
-    while True:
-        try:
-            return start()
-        except ApiError as error:
-            if not error.is_busy:
-                raise
-        if not told:
-            print("another operation runs; waiting for its end", file=sys.stderr)
-            told = True
-        sleep(WAIT_SECONDS)
+    task_id = line.stand_in_line(client, start) if arguments.wait else start()
+    return tasks.finish(client, task_id, arguments, name, lambda task: show_result(name, task))
 
 
 def show_result(command: str, task: Task) -> None:
@@ -148,3 +96,18 @@ def _differences(kind: str, part: Any) -> list[tuple[str, str, str, str, str]]:
                          str(entry.get("desired") or "-"), str(entry.get("status", ""))))
     return rows
 
+
+_WANTED = (
+    Option("--depot", "file:// or http:// depot to take parts from; may be repeated, the first that has a part wins", "URL",
+           parse=text, required=True, repeated=True),
+    Option("--spec", "the wanted image as JSON, - for standard input", "FILE", file=True),
+    Option("--base", "version of the base image (default: keep)", "VERSION", parse=text, default=""),
+    Option("--component", "component to have; may be repeated", "NAME=VERSION", parse=text, repeated=True),
+)
+_QUICK_PATCH = (Option("--quick-patch", "apply without a restart what the parts allow"),)
+
+GROUPS = {("software",): "Compare, fetch and change the host's image. The wanted image is given whole: what it does not "
+                         "name is removed."}
+COMMANDS = tuple(
+    Command(words, OPERATIONS[words].doc, _WANTED + more + (NO_WAIT, WAIT), run, OPERATIONS[words])
+    for words, more in ((("software", "scan"), _QUICK_PATCH), (("software", "stage"), ()), (("software", "apply"), _QUICK_PATCH)))

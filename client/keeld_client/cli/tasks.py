@@ -4,25 +4,15 @@ from __future__ import annotations
 
 import argparse
 import sys
-from typing import Any
+from collections.abc import Callable
 
+from .._generated import COMMANDS as OPERATIONS
 from ..client import Client
-from ..errors import KeeldError
+from ..errors import KeeldError, TaskFailedError
 from ..tasks import Task
+from .command import Command, Option
 from .output import ProgressView, clean, print_json, print_table
-
-
-def add_commands(groups: Any, common: argparse.ArgumentParser) -> None:
-    """tasks list|get|watch|cancel."""
-    parser = groups.add_parser("tasks", help="look at tasks, follow them, ask them to stop")
-    commands = parser.add_subparsers(dest="command", required=True, metavar="COMMAND")
-    listing = commands.add_parser("list", parents=[common], help="all tasks since the daemon's start")
-    listing.set_defaults(run=run_list)
-    for name, run, text in (("get", run_get, "one task"), ("watch", run_watch, "follow a task to its end"),
-                            ("cancel", run_cancel, "ask a task to stop")):
-        command = commands.add_parser(name, parents=[common], help=text)
-        command.add_argument("task", help="the task's id")
-        command.set_defaults(run=run)
+from .values import text
 
 
 def run_list(client: Client, arguments: argparse.Namespace) -> int:
@@ -61,15 +51,7 @@ def show_task(task: Task) -> None:
 
 
 def run_watch(client: Client, arguments: argparse.Namespace) -> int:
-    task = follow(client, arguments.task, "task", quiet=arguments.json)
-    if task is None:
-        return 130
-    if arguments.json:
-        print_json(task.raw)
-    if task.status == "FAILED":
-        print(f"keelctl: task {task.id} failed: {clean(task.error_text)}", file=sys.stderr)
-        return 1
-    return 0
+    return _to_its_end(client, arguments.task, arguments, "task", lambda _task: None)
 
 
 def run_cancel(client: Client, arguments: argparse.Namespace) -> int:
@@ -83,6 +65,31 @@ def run_cancel(client: Client, arguments: argparse.Namespace) -> int:
               f"Follow it with: keelctl tasks watch {task.id}", file=sys.stderr)
         return 4
     print(f"asked task {task.id} to stop; see: keelctl tasks watch {task.id}")
+    return 0
+
+
+def finish(client: Client, task_id: str, arguments: argparse.Namespace, title: str, show: Callable[[Task], None]) -> int:
+    """What a command does with the task that it has started: prints the id for --no-wait, else follows it to its end.
+
+    `show` prints the result for people. Raises TaskFailedError.
+    """
+    if arguments.no_wait:
+        print_json({"task": task_id}) if arguments.json else print(clean(task_id))
+        return 0
+    return _to_its_end(client, task_id, arguments, title, show)
+
+
+def _to_its_end(client: Client, task_id: str, arguments: argparse.Namespace, title: str,
+                show: Callable[[Task], None]) -> int:
+    task = follow(client, task_id, title, quiet=arguments.json)
+    if task is None:
+        return 130
+    if arguments.json:
+        print_json(task.raw)
+    if task.status == "FAILED":
+        raise TaskFailedError(task_id, task.error_text, task.raw)
+    if not arguments.json:
+        show(task)
     return 0
 
 
@@ -116,3 +123,13 @@ def explain_busy(client: Client) -> None:
     if task is not None:
         print(f"keelctl: task {task.id} runs since {task.start_time}, {task.percent}% done; "
               f"--wait stands in line behind it", file=sys.stderr)
+
+
+GROUPS = {("tasks",): "The tasks that operations have started."}
+_TASK = (Option("task", "the task's id", "TASK", parse=text),)
+COMMANDS = (
+    Command(("tasks", "list"), "Lists all tasks since the daemon's start.", (), run_list, OPERATIONS["tasks", "list"]),
+    Command(("tasks", "get"), "Describes a task.", _TASK, run_get, OPERATIONS["tasks", "get"]),
+    Command(("tasks", "watch"), "Follows a task to its end.", _TASK, run_watch),
+    Command(("tasks", "cancel"), "Asks a task to end early.", _TASK, run_cancel, OPERATIONS["tasks", "cancel"]),
+)
