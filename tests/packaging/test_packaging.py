@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import configparser
+import os
 import pathlib
 import shutil
 import stat
@@ -75,3 +76,12 @@ def test_folders_belong_to_root_and_nobody_else_writes_there() -> None:
 def test_services_line_names_the_port() -> None:
     words = pathlib.Path("/usr/share/orbane/services").read_text().split("#")[0].split()
     assert words == ["keeld", "7433/tcp"]
+
+
+def test_whose_password_is_taken_is_the_hosts_to_say() -> None:
+    # The sandbox has a file of its own in its place; what the shipped one does is tested with the real PAM library.
+    lines = (pathlib.Path(os.environ["KEELD_STAGE"]) / "etc/pam.d/keeld").read_text().splitlines()
+    rules = [line.split() for line in lines if line and not line.startswith("#")]
+    assert [rule[0] for rule in rules] == ["auth", "account", "account", "account"]
+    assert rules[0][1:] == ["required", "pam_unix.so", "nodelay"]
+    assert rules[1][1:] == ["required", "pam_unix.so"], "expired accounts stay outside, whatever follows"

@@ -108,7 +108,7 @@ def test_kept_and_current_folders_stay_outside_ones(tmp_path: pathlib.Path) -> N
 
 def test_host_has_the_service_the_accounts_and_no_way_out() -> None:
     assert "7433/tcp" in shell("getent services keeld").stdout
-    assert shell("getent passwd alice locked expired | wc -l").stdout.strip() == "3"
+    assert shell("getent passwd operator alice locked expired renew | wc -l").stdout.strip() == "5"
     assert "crypt" not in shell("stat -c %a /etc/shadow").stdout
     assert shell("stat -c %a /etc/shadow").stdout == "600\n"
     devices = [line.split(":")[0].strip() for line in shell("cat /proc/net/dev").stdout.splitlines()[2:]]
