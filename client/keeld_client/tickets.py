@@ -94,7 +94,7 @@ def _ticket_folder() -> Iterator[int]:
 
 
 def _enter(parent: int, name: str, path: str, mode: int) -> int:
-    """Opens a folder that only root can write, made with `mode` where it is missing."""
+    """Opens a folder that only root can write, made with `mode` where it is missing, and without rights beyond that."""
     made = True
     try:
         os.mkdir(name, mode, dir_fd=parent)
@@ -105,13 +105,13 @@ def _enter(parent: int, name: str, path: str, mode: int) -> int:
     except OSError as error:
         raise TicketError(f"{path} is no folder that tickets can be written to: {error.strerror}") from error
     try:
-        if made:
-            os.fchmod(folder, mode)  # whatever the umask
         status = os.fstat(folder)
         if status.st_uid != 0:
             raise TicketError(f"{path} does not belong to root; no ticket is written there")
         if status.st_mode & (stat.S_IWGRP | stat.S_IWOTH):
             raise TicketError(f"{path} can be written by others than root; no ticket is written there")
+        if made or status.st_mode & 0o777 & ~mode:
+            os.fchmod(folder, mode)  # whatever the umask; the daemon takes no ticket from a folder that others can read
     except BaseException:
         os.close(folder)
         raise

@@ -3,6 +3,7 @@
 import base64
 import json
 import os
+import pty
 import re
 import subprocess
 import sys
@@ -166,13 +167,18 @@ def test_only_root_gets_a_ticket(monkeypatch: pytest.MonkeyPatch, capsys: pytest
     assert capsys.readouterr() == ("", "keelctl: only root can issue tickets\n")
 
 
-def keelctl(daemon: FakeDaemon, *options: str, **more: object) -> subprocess.CompletedProcess[str]:
-    """keelctl as a process, without a terminal."""
+def command(daemon: FakeDaemon, *options: str) -> list[str]:
+    """The words that start keelctl as a process."""
     program = (f"import sys; sys.path[:0] = {sys.path!r}; import keeld_client; "
                f"keeld_client.__path__[:] = {list(keeld_client.__path__)!r}; "
                "from keeld_client.cli.main import main; sys.exit(main())")
-    return subprocess.run([sys.executable, "-c", program, "tasks", "list", "--port", str(daemon.port), *options],
-                          capture_output=True, text=True, check=False, start_new_session=True, **more)  # type: ignore[call-overload,no-any-return]
+    return [sys.executable, "-c", program, "tasks", "list", "--port", str(daemon.port), *options]
+
+
+def keelctl(daemon: FakeDaemon, *options: str, **more: object) -> subprocess.CompletedProcess[str]:
+    """Runs keelctl without a terminal."""
+    return subprocess.run(command(daemon, *options), capture_output=True, text=True, check=False,
+                          start_new_session=True, **more)  # type: ignore[call-overload,no-any-return]
 
 
 def test_without_a_terminal_it_asks_nobody(daemon: FakeDaemon) -> None:
@@ -185,3 +191,24 @@ def test_without_a_terminal_it_asks_nobody(daemon: FakeDaemon) -> None:
 def test_password_of_standard_input(daemon: FakeDaemon) -> None:
     assert keelctl(daemon, "--user", "operator", "--password-file", "-", input="correct horse\n").returncode == 0
     assert sent(daemon) == "operator:correct horse"
+
+
+def test_a_terminal_is_asked_and_shows_nothing(daemon: FakeDaemon) -> None:
+    words = command(daemon, "--user", "operator")
+    child, terminal = pty.fork()
+    if child == 0:
+        os.execv(words[0], words)
+    screen = b""
+    typed = False
+    try:
+        while piece := os.read(terminal, 4096):
+            screen += piece
+            if not typed and screen.endswith(b"Password of operator: "):
+                os.write(terminal, b"correct horse\n")
+                typed = True
+    except OSError:  # how a terminal tells its end
+        pass
+    os.close(terminal)
+    assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 0
+    assert typed and sent(daemon) == "operator:correct horse"
+    assert b"correct" not in screen and b"TASK" in screen

@@ -159,6 +159,14 @@ def plant_group(folder: Path) -> None:
     folder.chmod(0o770)
 
 
+@pytest.mark.parametrize("rights", [0o755, 0o711, 0o700, 0o750])
+def test_a_folder_that_others_can_read_is_closed(ticket_folder: Path, rights: int) -> None:
+    ticket_folder.mkdir(parents=True)
+    ticket_folder.chmod(rights)
+    tickets.issue()
+    assert mode(ticket_folder) == 0o700
+
+
 PLANTS = [(plant_link, "is no folder"), (plant_file, "is no folder"), (plant_fifo, "is no folder"),
           (plant_foreign, "does not belong to root"), (plant_open, "can be written by others"),
           (plant_group, "can be written by others")]
