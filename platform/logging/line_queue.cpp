@@ -1,19 +1,17 @@
 #include "platform/logging/line_queue.h"
 
 #include <cstring>
+#include <utility>
 
 namespace Orbane {
-namespace {
 
 /// Stored before each line.
-struct Head {
+struct LineQueue::Head {
   std::int64_t seconds;
   std::uint32_t size;  // of the text behind it, in bytes
-  std::int32_t priority;
+  std::int16_t priority;
+  std::int16_t audit;  // 1 for an audit line
 };
-static_assert(sizeof(Head) == 16);
-
-}  // namespace
 
 bool LineQueue::DropIfFull() {
   if (!refusing_.load(std::memory_order_relaxed)) {
@@ -24,7 +22,8 @@ bool LineQueue::DropIfFull() {
 }
 
 bool LineQueue::Push(int priority, std::time_t seconds, std::string_view context, std::string_view text) {
-  Head const head{seconds, static_cast<std::uint32_t>(context.size() + text.size()), priority};
+  Head const head{seconds, static_cast<std::uint32_t>(context.size() + text.size()),
+                  static_cast<std::int16_t>(priority), 0};
   bool wake = false;
   {
     std::lock_guard lock(mutex_);
@@ -33,20 +32,46 @@ bool LineQueue::Push(int priority, std::time_t seconds, std::string_view context
       dropped_.fetch_add(1, std::memory_order_relaxed);
       return false;
     }
-    if (bytes_.capacity() < capacity_) {
-      bytes_.reserve(capacity_);  // untouched pages cost nothing
-    }
-    bytes_.append(reinterpret_cast<char const*>(&head), sizeof head);
-    bytes_.append(context);
-    bytes_.append(text);
-    ++pushed_;
-    wake = readerSleeps_;
-    readerSleeps_ = false;
+    wake = Store(head, context, text);
   }
   if (wake) {
     readerWake_.notify_one();
   }
   return true;
+}
+
+bool LineQueue::PushAudit(int priority, std::time_t seconds, std::string_view text) {
+  Head const head{seconds, static_cast<std::uint32_t>(text.size()), static_cast<std::int16_t>(priority), 1};
+  bool wake = false;
+  {
+    std::lock_guard lock(mutex_);
+    if (bytes_.size() + sizeof head + head.size > capacity_ + auditRoom_) {
+      ++auditDropped_;
+      return false;
+    }
+    wake = Store(head, {}, text);
+    if (!hurry_ && bytes_.size() > capacity_ + auditRoom_ / 2) {
+      hurry_ = true;
+      wake = true;
+    }
+  }
+  if (wake) {
+    readerWake_.notify_one();
+  }
+  return true;
+}
+
+bool LineQueue::Store(Head const& head, std::string_view context, std::string_view text) {
+  if (bytes_.capacity() < capacity_ + auditRoom_) {
+    bytes_.reserve(capacity_ + auditRoom_);  // untouched pages cost nothing
+  }
+  bytes_.append(reinterpret_cast<char const*>(&head), sizeof head);
+  bytes_.append(context);
+  bytes_.append(text);
+  ++pushed_;
+  bool const wake = readerSleeps_;
+  readerSleeps_ = false;
+  return wake;
 }
 
 bool LineQueue::Batch::Next(Line& line) {
@@ -55,7 +80,8 @@ bool LineQueue::Batch::Next(Line& line) {
   }
   Head head;
   std::memcpy(&head, bytes_.data() + position_, sizeof head);
-  line = {head.priority, head.seconds, std::string_view(bytes_).substr(position_ + sizeof head, head.size)};
+  line = {head.priority, head.seconds, head.audit != 0,
+          std::string_view(bytes_).substr(position_ + sizeof head, head.size)};
   previous_ = position_;
   position_ += sizeof head + head.size;
   return true;
@@ -64,9 +90,9 @@ bool LineQueue::Batch::Next(Line& line) {
 void LineQueue::Take(Batch& batch, Wait wait, std::chrono::milliseconds linger) {
   std::unique_lock lock(mutex_);
   if (wait == Wait::Linger) {
-    readerWake_.wait_for(lock, linger, [this] { return flushers_ > 0; });
+    readerWake_.wait_for(lock, linger, [this] { return flushers_ > 0 || hurry_; });
   } else {
-    while (bytes_.empty() && dropped_.load(std::memory_order_relaxed) == 0) {
+    while (bytes_.empty() && dropped_.load(std::memory_order_relaxed) == 0 && auditDropped_ == 0) {
       readerSleeps_ = true;
       readerWake_.wait(lock);
     }
@@ -76,7 +102,9 @@ void LineQueue::Take(Batch& batch, Wait wait, std::chrono::milliseconds linger) 
   batch.position_ = batch.previous_ = 0;
   batch.bytes_.swap(bytes_);
   batch.dropped = dropped_.exchange(0, std::memory_order_relaxed);
+  batch.auditDropped = std::exchange(auditDropped_, 0);
   refusing_.store(false, std::memory_order_relaxed);
+  hurry_ = false;
   taken_ = pushed_;
 }
 

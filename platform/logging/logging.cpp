@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/logging/audit_road.h"
 #include "platform/logging/line_sink.h"
 #include "platform/logging/syslog_line.h"
 #include "platform/logging/syslog_writer.h"
@@ -223,6 +224,15 @@ void CSLogger::Log(int priority, char const* format, ...) {
 void CSLogger::LogText(int priority, std::string_view text) {
   if (Log_IsEnabled(LevelOfPriority(priority)) && !WouldBeDropped()) {
     WriteLine(std::clamp(priority, 0, 4), text);
+  }
+}
+
+void Orbane::LogAudit(bool succeeded, std::string_view text) {
+  constexpr int kNotice = 2;
+  constexpr int kWarning = 1;
+  if (LogOutput* const output = standing.load(std::memory_order_acquire)) {
+    std::string storage;
+    output->writer.WriteAudit(succeeded ? kNotice : kWarning, CutLogText(text, storage));
   }
 }
 

@@ -7,7 +7,6 @@
 namespace Orbane {
 namespace {
 
-constexpr int kFacilityDaemon = 3;
 constexpr int kSeverityError = 3;
 constexpr int kLastPriority = 4;
 
@@ -105,7 +104,7 @@ void AppendContextEntry(std::string& line, std::string_view name, std::string_vi
 SyslogHead::SyslogHead(std::string_view tag, int pid)
     : tag_(std::string(tag) + "[" + std::to_string(pid) + "]: ") {}
 
-void SyslogHead::Append(std::string& line, int priority, std::time_t seconds) {
+void SyslogHead::Append(std::string& line, int priority, std::time_t seconds, SyslogFacility facility) {
   if (seconds != seconds_) {
     // Month names of the protocol, whatever the locale.
     constexpr std::array<char const*, 12> kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -120,7 +119,7 @@ void SyslogHead::Append(std::string& line, int priority, std::time_t seconds) {
     seconds_ = seconds;
   }
   line += '<';
-  line += std::to_string(kFacilityDaemon * 8 + SeverityOfPriority(priority));
+  line += std::to_string(static_cast<int>(facility) * 8 + SeverityOfPriority(priority));
   line += '>';
   line += timestamp_;
   line += tag_;

@@ -12,6 +12,9 @@ namespace Orbane {
 /// send buffer (208 KiB on Linux).
 inline constexpr std::size_t kMaxLogText = std::size_t{32} * 1024;
 
+/// RFC 3164 section 4.1.1.
+enum class SyslogFacility { Daemon = 3, AuthPrivate = 10 };
+
 /// Priorities 0 to 4 as severities 3 (err) to 7 (debug), RFC 3164 section 4.1.1; what lies outside is brought
 /// inside.
 int SeverityOfPriority(int priority);
@@ -32,7 +35,8 @@ void AppendContextEntry(std::string& line, std::string_view name, std::string_vi
 class SyslogHead {
  public:
   explicit SyslogHead(std::string_view tag, int pid);
-  void Append(std::string& line, int priority, std::time_t seconds);
+  void Append(std::string& line, int priority, std::time_t seconds,
+              SyslogFacility facility = SyslogFacility::Daemon);
 
  private:
   std::string tag_;           // "keeld[123]: "

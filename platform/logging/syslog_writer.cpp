@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <vector>
 
 #include "platform/logging/syslog_line.h"
@@ -16,6 +15,8 @@ namespace {
 
 /// Room for some 8,000 lines of usual length; a burst, not a backlog.
 constexpr std::size_t kQueueBytes = std::size_t{1024} * 1024;
+/// And for some 4,000 audit events behind them.
+constexpr std::size_t kAuditBytes = std::size_t{1024} * 1024;
 /// After a batch the thread sleeps so long without being woken by lines, so that under load a wake-up carries
 /// many.
 constexpr std::chrono::milliseconds kLinger{5};
@@ -29,6 +30,12 @@ constexpr std::chrono::milliseconds kReconnectPause{200};
 constexpr std::chrono::milliseconds kWritablePause{200};
 /// The priority of what the log says about itself.
 constexpr int kOwnPriority = 1;
+
+std::time_t Now() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);  // lines show seconds
+  return now.tv_sec;
+}
 
 /// Formats a batch piece by piece and sends it.
 class BatchSender {
@@ -44,28 +51,32 @@ class BatchSender {
     while (!batch.empty()) {
       std::size_t size = 0;
       while (size < kMaxLinesPerSend && batch.Next(line)) {
-        Format(lines_[size++], line.priority, line.seconds, line.text);
+        Format(lines_[size++], line.priority, line.seconds, line.text,
+               line.audit ? SyslogFacility::AuthPrivate : SyslogFacility::Daemon);
       }
       lost += SendAll(size);
       lines += size;
     }
     lost += batch.dropped;
-    if (lost > 0) {
-      char text[96];
-      int const length =
-          std::snprintf(text, sizeof text, "%llu log lines were dropped, the system log did not keep up",
-                        static_cast<unsigned long long>(lost));
-      Format(lines_[0], kOwnPriority, std::time(nullptr), {text, static_cast<std::size_t>(length)});
-      SendAll(1);
-    }
+    ReportLoss(lost, "log lines", SyslogFacility::Daemon);
+    ReportLoss(batch.auditDropped, "audit events", SyslogFacility::AuthPrivate);
     return lines;
   }
 
  private:
-  void Format(std::string& out, int priority, std::time_t seconds, std::string_view text) {
+  void Format(std::string& out, int priority, std::time_t seconds, std::string_view text,
+              SyslogFacility facility) {
     out.clear();
-    head_.Append(out, priority, seconds);
+    head_.Append(out, priority, seconds, facility);
     AppendLogText(out, text);
+  }
+
+  void ReportLoss(std::uint64_t count, char const* what, SyslogFacility facility) {
+    if (count > 0) {
+      Format(lines_[0], kOwnPriority, std::time(nullptr),
+             std::to_string(count) + " " + what + " were dropped, the system log did not keep up", facility);
+      SendAll(1);
+    }
   }
 
   /// Sends the first `size` of lines_, waiting as long as it takes; gives how many can't be sent at all.
@@ -112,7 +123,9 @@ class BatchSender {
 }  // namespace
 
 SyslogWriter::SyslogWriter(std::string tag, std::string socketPath)
-    : tag_(std::move(tag)), socketPath_(std::move(socketPath)), queue_(new LineQueue(kQueueBytes)) {}
+    : tag_(std::move(tag)),
+      socketPath_(std::move(socketPath)),
+      queue_(new LineQueue(kQueueBytes, kAuditBytes)) {}
 
 SyslogWriter::~SyslogWriter() {
   if (!started_.load(std::memory_order_acquire)) {
@@ -121,13 +134,21 @@ SyslogWriter::~SyslogWriter() {
 }
 
 bool SyslogWriter::Write(int priority, std::string_view context, std::string_view text) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME_COARSE, &now);  // lines show seconds
-  bool const taken = queue_->Push(priority, now.tv_sec, context, text);
+  bool const taken = queue_->Push(priority, Now(), context, text);
+  EnsureThread();
+  return taken;
+}
+
+bool SyslogWriter::WriteAudit(int priority, std::string_view text) {
+  bool const taken = queue_->PushAudit(priority, Now(), text);
+  EnsureThread();
+  return taken;
+}
+
+void SyslogWriter::EnsureThread() {
   if (!started_.load(std::memory_order_acquire)) {
     StartThread();
   }
-  return taken;
 }
 
 bool SyslogWriter::Flush(std::chrono::milliseconds limit) {
@@ -165,7 +186,7 @@ void SyslogWriter::Run() {
   std::chrono::milliseconds linger = kLinger;
   for (;;) {
     queue_->Take(batch, wait, linger);
-    bool const idle = batch.empty() && batch.dropped == 0;
+    bool const idle = batch.empty() && batch.dropped == 0 && batch.auditDropped == 0;
     std::size_t const lines = idle ? 0 : sender.Send(batch);
     linger = std::max(kLinger, std::chrono::duration_cast<std::chrono::milliseconds>(lines * kPauseOfALine));
     queue_->Done();
@@ -187,7 +208,7 @@ void SyslogWriter::ChildAfterFork() {
   // The old queue's condition variables count a thread that is not in this process: it is left alone.
   queue_->UnlockAfterFork();
   inherited_.push_back(queue_);
-  queue_ = new LineQueue(kQueueBytes);
+  queue_ = new LineQueue(kQueueBytes, kAuditBytes);
   started_.store(false, std::memory_order_relaxed);
   startMutex_.unlock();
 }

@@ -22,6 +22,8 @@ class SyslogWriter {
 
   /// Any thread. Never blocks. False when the line was dropped.
   bool Write(int priority, std::string_view context, std::string_view text);
+  /// The same for an audit line.
+  bool WriteAudit(int priority, std::string_view text);
   /// True when a line would be dropped anyway; it then counts as dropped.
   bool DropIfFull() { return queue_->DropIfFull(); }
   bool Flush(std::chrono::milliseconds limit);
@@ -35,6 +37,7 @@ class SyslogWriter {
  private:
   static void* ThreadMain(void* self);
   void Run();
+  void EnsureThread();
   void StartThread();
 
   std::string const tag_;

@@ -1,8 +1,16 @@
 #include "runtime/core/activation.h"
 
+#include <charconv>
+
 #include "runtime/l10n/localizer.h"
 
 namespace Lumo::Core {
+namespace {
+
+constexpr char kPeerAddressKey[] = "peerAddress";
+constexpr char kPeerPortKey[] = "peerPort";
+
+}  // namespace
 
 std::shared_ptr<AsyncActivation> AsyncActivation::GetInstance(std::shared_ptr<ExecutionContext> context) {
   struct Made final : AsyncActivation {
@@ -42,8 +50,24 @@ std::string GetActivationOpId(std::shared_ptr<AsyncActivation> const& activation
 void SetPeerTcpBindingInfo(std::shared_ptr<ExecutionContext> const& context,
                            std::pair<std::string, unsigned> const& peer) {
   auto& entries = context->applicationData();
-  entries["peerAddress"] = peer.first;
-  entries["peerPort"] = std::to_string(peer.second);
+  entries[kPeerAddressKey] = peer.first;
+  entries[kPeerPortKey] = std::to_string(peer.second);
+}
+
+std::optional<std::pair<std::string, std::uint32_t>> GetPeerTcpBindingInfo(
+    std::shared_ptr<ExecutionContext> const& context) {
+  if (!context) {
+    return std::nullopt;
+  }
+  auto const& entries = context->applicationData();
+  auto const address = entries.find(kPeerAddressKey);
+  auto const port = entries.find(kPeerPortKey);
+  if (address == entries.end() || port == entries.end()) {
+    return std::nullopt;
+  }
+  std::uint32_t number = 0;
+  std::from_chars(port->second.data(), port->second.data() + port->second.size(), number);
+  return std::pair(address->second, number);
 }
 
 }  // namespace ActivationHelpers

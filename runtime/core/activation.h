@@ -1,13 +1,19 @@
 // What belongs to one call besides its input: where it came from, who calls, in which locale.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "runtime/core/method.h"
 #include "runtime/data/value.h"
+
+namespace Api {
+class CallObserver;
+}
 
 namespace Lumo::L10n {
 class Localizer;
@@ -39,14 +45,6 @@ class ExecutionContext {
   SecurityContext security_;
 };
 
-/// Base of per-call observers that filters attach.
-class CallObserver {
- public:
-  /// The operation was found and is about to run.
-  virtual void OnInvoke() {}
-  virtual ~CallObserver() = default;
-};
-
 /// One call's own object. I/O thread, but for reads by a service that finishes elsewhere.
 class AsyncActivation {
  public:
@@ -70,8 +68,9 @@ class AsyncActivation {
   /// Localizer and locale of this call; the defaults of the program where none was set.
   L10n::RequestLocalizer requestLocalizer() const;
 
-  void callObserver(std::shared_ptr<CallObserver> observer) { observer_ = std::move(observer); }
-  std::shared_ptr<CallObserver> const& callObserver() const { return observer_; }
+  void callObserver(std::shared_ptr<Api::CallObserver> observer) { observer_ = std::move(observer); }
+  /// Null where nobody watches the call.
+  std::shared_ptr<Api::CallObserver> const& callObserver() const { return observer_; }
 
  private:
   explicit AsyncActivation(std::shared_ptr<ExecutionContext> context) : context_(std::move(context)) {}
@@ -81,7 +80,7 @@ class AsyncActivation {
   std::shared_ptr<L10n::LocaleSpec const> localeSpec_;
   std::shared_ptr<L10n::Localizer const> localizer_;
   Data::DataValuePtr authData_;
-  std::shared_ptr<CallObserver> observer_;
+  std::shared_ptr<Api::CallObserver> observer_;
 };
 
 namespace ActivationHelpers {
@@ -92,6 +91,9 @@ std::string GetActivationOpId(std::shared_ptr<AsyncActivation> const& activation
 /// Stores the peer as the application entries "peerAddress" and "peerPort".
 void SetPeerTcpBindingInfo(std::shared_ptr<ExecutionContext> const& context,
                            std::pair<std::string, unsigned> const& peer);
+/// What SetPeerTcpBindingInfo stored; nothing when the peer is not known.
+std::optional<std::pair<std::string, std::uint32_t>> GetPeerTcpBindingInfo(
+    std::shared_ptr<ExecutionContext> const& context);
 }  // namespace ActivationHelpers
 
 }  // namespace Lumo::Core

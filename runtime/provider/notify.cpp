@@ -1,5 +1,7 @@
 #include "runtime/provider/notify.h"
 
+#include "runtime/core/call_observer.h"
+
 namespace Lumo::Provider::Detail {
 
 void NotifyOnInvoke(std::shared_ptr<Core::AsyncActivation> const& activation) {

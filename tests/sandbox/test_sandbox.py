@@ -120,10 +120,11 @@ def test_host_has_the_service_the_accounts_and_no_way_out() -> None:
 
 
 def test_system_log_is_real_and_its_own() -> None:
-    script = ("logger -t keeld -p daemon.warning 'a text'; logger -t keeld -p authpriv.info 'an audit line';"
-              "while ! grep -q 'audit line' /var/log/keeld.log; do sleep 0.01; done; cat /var/log/keeld.log")
-    lines = [line.split(" ", 1)[1] for line in shell(script).stdout.splitlines() if "rsyslogd" not in line]
-    assert lines == ["daemon.warning keeld: a text", "authpriv.info keeld: an audit line"]
+    script = ("logger -t keeld -p authpriv.info 'an audit line'; logger -t keeld -p daemon.warning 'a text';"
+              "while ! grep -q 'a text' /var/log/keeld.log; do sleep 0.01; done; cat /var/log/auth.log; echo --;"
+              "cat /var/log/keeld.log")
+    lines = [line.split(" ", 1)[-1] for line in shell(script).stdout.splitlines() if "rsyslogd" not in line]
+    assert lines == ["authpriv.info keeld: an audit line", "--", "daemon.warning keeld: a text"]
 
 
 def test_processes_are_its_own_and_end_with_the_command(tmp_path: pathlib.Path) -> None:

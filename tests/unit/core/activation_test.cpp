@@ -61,4 +61,13 @@ TEST(SetPeerTcpBindingInfo, StoresAddressAndPort) {
   EXPECT_EQ(context->applicationData().at("peerPort"), "4711");
 }
 
+TEST(GetPeerTcpBindingInfo, GivesWhatWasStored) {
+  using Peer = std::pair<std::string, std::uint32_t>;
+  auto const context = std::make_shared<ExecutionContext>();
+  EXPECT_EQ(ActivationHelpers::GetPeerTcpBindingInfo(nullptr), std::nullopt);
+  EXPECT_EQ(ActivationHelpers::GetPeerTcpBindingInfo(context), std::nullopt);
+  ActivationHelpers::SetPeerTcpBindingInfo(context, {"127.0.0.1", 65535});
+  EXPECT_EQ(ActivationHelpers::GetPeerTcpBindingInfo(context), (Peer{"127.0.0.1", 65535}));
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -71,6 +72,77 @@ TEST(LineQueue, NoLineSlipsInAfterARefusedOne) {
   EXPECT_EQ(batch.dropped, 2U);
   EXPECT_TRUE(batch.empty());
   EXPECT_TRUE(queue.Push(0, 0, "", std::string(10, 'a')));
+}
+
+TEST(LineQueue, AuditLinesHaveARoomOfTheirOwn) {
+  std::size_t const line = kHeadBytes + 10;
+  LineQueue queue(line, 2 * line);
+  EXPECT_FALSE(queue.Push(0, 0, "", std::string(11, 'a')));
+  EXPECT_TRUE(queue.PushAudit(1, 5, std::string(10, 'b'))) << "other lines are refused";
+  EXPECT_TRUE(queue.PushAudit(1, 5, std::string(10, 'c')));
+  EXPECT_TRUE(queue.PushAudit(1, 5, std::string(10, 'd')));
+  EXPECT_FALSE(queue.PushAudit(1, 5, ""));
+  Batch batch;
+  queue.Take(batch, Wait::Lines, 0ms);
+  EXPECT_EQ(batch.dropped, 1U);
+  EXPECT_EQ(batch.auditDropped, 1U);
+  Batch::Line got;
+  ASSERT_TRUE(batch.Next(got));
+  EXPECT_TRUE(got.audit);
+  EXPECT_EQ(got.priority, 1);
+  EXPECT_EQ(got.seconds, 5);
+  EXPECT_EQ(got.text, std::string(10, 'b'));
+  EXPECT_EQ(Texts(batch), (std::vector<std::string>{std::string(10, 'c'), std::string(10, 'd')}));
+
+  EXPECT_TRUE(queue.PushAudit(1, 5, ""));
+  queue.Take(batch, Wait::Lines, 0ms);
+  EXPECT_EQ(batch.auditDropped, 0U) << "told once";
+}
+
+TEST(LineQueue, AuditLinesLeaveLessForOthers) {
+  LineQueue queue(kHeadBytes + 10, kHeadBytes);
+  EXPECT_TRUE(queue.PushAudit(0, 0, "audit"));
+  EXPECT_FALSE(queue.Push(0, 0, "", ""));
+  Batch batch;
+  queue.Take(batch, Wait::Lines, 0ms);
+  Batch::Line line;
+  ASSERT_TRUE(batch.Next(line));
+  EXPECT_TRUE(line.audit);
+  EXPECT_TRUE(queue.Push(0, 0, "", ""));
+  queue.Take(batch, Wait::Lines, 0ms);
+  ASSERT_TRUE(batch.Next(line));
+  EXPECT_FALSE(line.audit);
+}
+
+TEST(LineQueue, ADroppedAuditLineWakesNobodyButIsNotForgotten) {
+  LineQueue queue(0, 0);
+  EXPECT_FALSE(queue.PushAudit(0, 0, ""));
+  Batch batch;
+  queue.Take(batch, Wait::Lines, 0ms);  // returns at once: there is something to tell
+  EXPECT_EQ(batch.auditDropped, 1U);
+  EXPECT_TRUE(batch.empty());
+}
+
+TEST(LineQueue, HalfOfTheAuditRoomEndsALinger) {
+  LineQueue queue(kHeadBytes, 4 * kHeadBytes);
+  std::atomic<bool> taken{false};
+  Batch batch;
+  EXPECT_TRUE(queue.PushAudit(0, 0, ""));
+  EXPECT_TRUE(queue.PushAudit(0, 0, ""));
+  EXPECT_TRUE(queue.PushAudit(0, 0, ""));
+  queue.Take(batch, Wait::Linger, 1ms);  // not yet: ends with the time
+  EXPECT_EQ(Texts(batch).size(), 3U);
+
+  std::thread reader([&] {
+    queue.Take(batch, Wait::Linger, 60s);
+    taken = true;
+  });
+  while (!taken) {
+    queue.PushAudit(0, 0, "");
+    std::this_thread::yield();
+  }
+  reader.join();
+  EXPECT_GE(Texts(batch).size(), 4U);
 }
 
 TEST(LineQueue, ASleepingReaderIsWoken) {

@@ -123,6 +123,9 @@ TEST(SyslogHead, FollowsTheProtocol) {
     head.Append(line, each.priority, each.seconds);
     EXPECT_EQ(line, std::string("kept ") + each.text);
   }
+  std::string line;
+  head.Append(line, 1, 0, Orbane::SyslogFacility::AuthPrivate);
+  EXPECT_EQ(line, "<84>Jan  1 00:00:00 keeld[123]: ");
 }
 
 }  // namespace

@@ -161,6 +161,42 @@ TEST_F(Writer, DropsAndCountsWhenTheSystemLogIsBehind) {
   EXPECT_TRUE(writer_->Flush(60s));
 }
 
+TEST_F(Writer, AuditEventsHaveTheirFacilityAndTheirCount) {
+  Listener listener(path_);
+  writer_->WriteAudit(2, "event");
+  EXPECT_EQ(listener.Receive().substr(0, 4), "<85>");
+  std::string const text(1000, 'x');
+  std::uint64_t taken = 0;
+  std::uint64_t refused = 0;
+  // The listener reads nothing. Other lines are refused first; events go on for another MiB.
+  while (writer_->Write(2, "", text)) {
+    ASSERT_LT(++taken, 1000000U);
+  }
+  std::uint64_t const others = taken;
+  while (refused < 100) {
+    ++(writer_->WriteAudit(1, text) ? taken : refused);
+    ASSERT_LT(taken, 1000000U);
+  }
+  EXPECT_GT(taken - others, 900U) << "1 MiB of lines of 1 KB";
+  std::uint64_t received = 0;
+  std::uint64_t reported = 0;
+  while (received < taken || reported < refused) {
+    std::string const line = listener.Receive();
+    ASSERT_FALSE(line.empty()) << received << " + " << reported << " of " << taken + refused;
+    std::string const own = line.substr(line.find("]: ") + 3);
+    if (own.ends_with(" audit events were dropped, the system log did not keep up")) {
+      EXPECT_EQ(line.substr(0, 4), "<84>");
+      reported += std::stoull(own);
+    } else if (own == text) {
+      ++received;
+    } else {
+      EXPECT_EQ(own, "1 log lines were dropped, the system log did not keep up");
+    }
+  }
+  EXPECT_EQ(received, taken);
+  EXPECT_EQ(reported, refused);
+}
+
 TEST_F(Writer, FlushWaitsUntilAllIsHandedOver) {
   Listener listener(path_);
   for (int i = 0; i < 5; ++i) {

@@ -4,6 +4,7 @@
 
 #include <deque>
 
+#include "runtime/core/call_observer.h"
 #include "runtime/provider/notify.h"
 
 namespace {
@@ -51,8 +52,15 @@ class EchoInterface final : public AsyncApiInterface {
 };
 
 /// Counts how often the operation of its call was reached.
-class CountingObserver final : public Core::CallObserver {
+class CountingObserver final : public Api::CallObserver {
  public:
+  void SetCallKind(std::uint32_t) override {}
+  void SetCallTarget(std::string&) override {}
+  void SetCallScope(std::string&) override {}
+  void SetCallUser(std::string&) override {}
+  bool PrepareAudit() override { return false; }
+  void SetCallStatus(std::uint32_t) override {}
+  void SetPeer(std::pair<std::string, std::uint32_t>&) override {}
   void OnInvoke() override { ++invoked; }
   int invoked = 0;
 };
