@@ -69,7 +69,7 @@ class Puller:
         checked: set[_ObjectName] = set()
         for offer in offers:
             for entry in self._entries(offer):
-                name = (entry.checksum, int(entry.kind))
+                name = _name(entry)
                 if name in checked:
                     continue
                 checked.add(name)
@@ -78,10 +78,11 @@ class Puller:
         return missing
 
     def _check_obtainable(self, offers: Sequence[Offer], missing: dict[_ObjectName, ObjectSize]) -> None:
-        obtainable = {(entry.checksum, int(entry.kind)) for offer in offers for entry in offer.objects}
+        lost = missing.keys() - {_name(entry) for offer in offers for entry in offer.objects}
+        if not lost:
+            return
         for offer in offers:
-            if offer.depot is None and any((entry.checksum, int(entry.kind)) in missing.keys() - obtainable
-                                           for entry in self._entries(offer)):
+            if offer.depot is None and any(_name(entry) in lost for entry in self._entries(offer)):
                 raise ImageError(self._image.root, f"the {offer.part.label} is damaged there; name a depot that has it")
 
     def _check_space(self, missing: dict[_ObjectName, ObjectSize]) -> None:
@@ -118,7 +119,7 @@ class Puller:
     def _pull_offer(self, offer: Offer, missing: dict[_ObjectName, ObjectSize]) -> None:
         assert offer.depot is not None
         begin = self._done
-        mine = [entry for entry in offer.objects if missing.pop((entry.checksum, int(entry.kind)), None)]
+        mine = [entry for entry in offer.objects if missing.pop(_name(entry), None)]
         try:
             if offer.depot.local_path is not None:
                 self._import(offer.depot.local_path, mine)
@@ -202,6 +203,10 @@ class Puller:
                 code and int(code[1]) in _UNREACHABLE_CURL_CODES):
             return DepotUnreachableError(offer.depot.text, error.message)
         return DepotDamagedError(offer.depot.text, f"{offer.part.label}: {error.message}")
+
+
+def _name(entry: ObjectSize) -> _ObjectName:
+    return entry.checksum, int(entry.kind)
 
 
 def is_held(image: ImageRoot, offers: Sequence[Offer]) -> bool:
