@@ -99,7 +99,7 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
         impact = change_impact(deployed, resolved.composition, quick_patch)
         live = impact != "REBOOT" and _bring_live(work, running, previous, commit)
         task.notify(APPLIED if deployed else FIRST, _image_name(resolved.composition))
-        _tell_impact(task, impact, quick_patch, live)
+        _tell_impact(task, impact, quick_patch, live, work.image.boots_host())
     return ""
 
 
@@ -145,11 +145,12 @@ def _bring_live(work: _Work, running: str | None, previous: OSTree.Deployment | 
         return False
 
 
-def _tell_impact(task: Task, impact: str, quick_patch: bool, live: bool) -> None:
+def _tell_impact(task: Task, impact: str, quick_patch: bool, live: bool, boots_host: bool) -> None:
     if not live:
         if quick_patch and impact == "REBOOT":
             task.notify(QUICK_PATCH_REFUSED)
-        task.notify(REBOOT)
+        if boots_host:
+            task.notify(REBOOT)
         return
     task.notify(QUICK_PATCHED)
     if impact == "MAINTENANCE_MODE":

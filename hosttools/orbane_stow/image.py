@@ -65,6 +65,10 @@ class ImageRoot:
         booted = self._sysroot.get_booted_deployment()
         return booted.get_osname() if booted else OS_NAME
 
+    def boots_host(self) -> bool:
+        """Whether the host runs an image of this root, so that a new one waits for a restart."""
+        return self._sysroot.get_booted_deployment() is not None
+
     def deployment(self) -> OSTree.Deployment | None:
         """The deployment in use, or to be used from the next boot on."""
         deployments = self.deployments()

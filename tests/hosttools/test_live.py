@@ -6,7 +6,7 @@ import os
 from pathlib import Path
 
 import pytest
-from orbane_stow import live, paths
+from orbane_stow import apply, live, paths
 from orbane_stow.image import ImageRoot
 from orbane_stow.ostree import OSTree
 from support import IMAGE_ROOT, Host, TinyDepot, deployments, spec
@@ -102,6 +102,31 @@ def test_the_running_image(tmp_path: Path, monkeypatch: pytest.MonkeyPatch, stat
     image = ImageRoot(tmp_path)
     monkeypatch.setattr(image, "_sysroot", _Booted("booted", getattr(OSTree.DeploymentUnlockedState, state)))
     assert live.running_image(image) == running
+    assert image.boots_host()
+
+
+class _Told:
+    """A task that only remembers what it is to tell."""
+
+    def __init__(self) -> None:
+        self.told: list[str] = []
+
+    def notify(self, message: str, *_args: object) -> None:
+        self.told.append(message.removeprefix("com.orbane.ryn.stow.apply."))
+
+
+@pytest.mark.parametrize(("impact", "quick_patch", "live_now", "elsewhere", "booted"), [
+    ("REBOOT", False, False, [], ["reboot"]),
+    ("REBOOT", True, False, ["quickpatch.refused"], ["quickpatch.refused", "reboot"]),
+    ("NONE", True, False, [], ["reboot"]),
+    ("NONE", True, True, ["quickpatch"], ["quickpatch"]),
+    ("MAINTENANCE_MODE", True, True, ["quickpatch", "maintenance"], ["quickpatch", "maintenance"])])
+def test_only_a_host_that_boots_from_the_image_waits_for_a_restart(impact: str, quick_patch: bool, live_now: bool,
+                                                                   elsewhere: list[str], booted: list[str]) -> None:
+    for boots_host, told in ((False, elsewhere), (True, booted)):
+        task = _Told()
+        apply._tell_impact(task, impact, quick_patch, live_now, boots_host)  # type: ignore[arg-type]
+        assert task.told == told
 
 
 def test_without_a_booted_deployment_the_default_one_runs(host: Host, depot: TinyDepot) -> None:
@@ -109,5 +134,6 @@ def test_without_a_booted_deployment_the_default_one_runs(host: Host, depot: Tin
     image = ImageRoot(IMAGE_ROOT)
     image.read()
     assert live.running_image(image) == deployments()[0].name.split(".")[0]
+    assert not image.boots_host()
     live.bring_live(image, "any", "any", None)  # there is no running system to change
     assert not paths.LIVE_IMAGE.exists()
