@@ -6,9 +6,10 @@
 
 namespace LifeCycle {
 
-/// Run by TaskSchedular, in the order preRun, Run, postRun. isAborted, requestAbort, abort, name and id are
-/// called with the scheduler's lock held, from any thread: they must not call back into the scheduler, and
-/// requestAbort must return at once. The others run on the worker thread.
+/// Run by TaskSchedular, in the order preRun, Run, postRun: these and onRunFailure on the worker thread,
+/// without a lock. requestAbort, abort, name and id are called from any thread, mostly with the scheduler's
+/// lock held: they must not call back into the scheduler, and requestAbort must return at once. isAborted is
+/// for whoever does the work; the scheduler doesn't ask.
 class Task {
  public:
   /// Preparation; an exception counts as a failure of the run.

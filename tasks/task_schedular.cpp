@@ -63,13 +63,15 @@ int TaskSchedularImpl::AbortTask(std::string const& id) {
 
 void TaskSchedularImpl::Stop() {
   CSLogger::Log(2, "TaskSchedular abort requested.");
+  std::thread scheduler;
   {
     Lock const lock(mutex_);
     stop_ = true;
+    scheduler.swap(scheduler_);
   }
   condition_.notify_all();
-  if (scheduler_.joinable()) {
-    scheduler_.join();
+  if (scheduler.joinable()) {
+    scheduler.join();
   }
 }
 
