@@ -21,9 +21,9 @@ struct RunCommandResult {
 };
 
 /// Runs `command` in the resource group "keeld-nontask-forks" with 200 MB of memory. Either pointer may be
-/// null, and at most one is given: `standardInput` is written whole and not read back, `output` is appended
-/// to, each chunk of up to a memory page cut at its first NUL. Blocks until the command has ended, without a
-/// time limit. Any thread.
+/// null, and at most one is given: `standardInput` goes to the command in one write, and a short one is not
+/// noticed; `output` is appended to, each chunk of up to a memory page cut at its first NUL. Blocks until the
+/// command has ended, without a time limit. Any thread.
 RunCommandResult RunCommand(std::string const& command, std::string const* standardInput,
                             std::string* output);
 
