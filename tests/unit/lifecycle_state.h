@@ -3,9 +3,7 @@
 
 #include <boost/filesystem.hpp>
 #include <chrono>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
@@ -15,8 +13,12 @@
 #include "tasks/operation_launch.h"
 #include "tasks/task_files.h"
 #include "tasks/task_store.h"
+#include "tests/unit/text_files.h"
 
 namespace LifecycleState {
+
+using TextFiles::Content;
+using TextFiles::Put;
 
 /// Starts over: the directory is there and empty, but for a fresh database.
 inline void Reset() {
@@ -28,27 +30,15 @@ inline void Reset() {
 /// Installs the English catalogues of the source tree and has them loaded.
 inline void InstallCatalogues(std::string const& sourceFolder) {
   std::string const target = "/usr/lib/orbane/configmanager/locale/en";
-  boost::filesystem::create_directories(target);
   boost::filesystem::create_directories("/usr/lib/orbane/configmanager/apply_modules");
   for (auto const& entry : boost::filesystem::directory_iterator(sourceFolder + "/catalogues/en")) {
-    std::ofstream(target + "/" + entry.path().filename().string(), std::ios::binary)
-        << std::ifstream(entry.path().string(), std::ios::binary).rdbuf();
+    Put(target + "/" + entry.path().filename().string(), Content(entry.path().string()));
   }
   LifeCycle::GetDefaultMessage("com.orbane.ryn.task.description");
 }
 
 inline bool Exists(std::string const& path) {
   return boost::filesystem::exists(boost::filesystem::symlink_status(path));
-}
-
-inline void Put(std::string const& path, std::string const& content) {
-  boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-inline std::string Content(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 /// Names in the state directory, those of the database aside.
@@ -85,6 +75,9 @@ class FakeLaunch {
   ~FakeLaunch() { LifeCycle::CurrentLaunchEnvironment() = saved_; }
   FakeLaunch(FakeLaunch const&) = delete;
   FakeLaunch& operator=(FakeLaunch const&) = delete;
+
+  /// The world that it stands in for.
+  LifeCycle::LaunchEnvironment const& real() const { return saved_; }
 
   std::function<void()> onSleep = [] {};
   std::function<int()> onStart = [] { return 0; };

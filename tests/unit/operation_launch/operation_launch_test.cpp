@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -218,13 +219,31 @@ TEST_F(RunTaskTest, CommandThatStartsAtTheSecondTry) {
 }
 
 TEST_F(RunTaskTest, StartsARealProcess) {
-  LifeCycle::CurrentLaunchEnvironment().startCommand = [](std::string const& command) {
-    return ZekCtl::Util::ZekCtl_Daemon(command, false, false, true, true);
-  };
-  ASSERT_EQ(::mkfifo("/tmp/launched", 0600), 0);
-  RunTask("/usr/bin/tee /tmp/launched --append /tmp/other", "id", error_, true, 0);
-  EXPECT_FALSE(error_);
-  EXPECT_EQ(LifecycleState::Content("/tmp/launched"), "");  // the reader's open waits for the command's
+  LifeCycle::CurrentLaunchEnvironment().startCommand = launch_.real().startCommand;
+  std::string const folder = std::string(LifeCycle::kStateDirectory) + "seen/";
+  ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
+  std::string const self = "/proc/self/";
+  RunTask("/bin/cp -P " + self + "fd/0 " + self + "fd/1 " + self + "fd/2 " + self + "stat " + folder, "id",
+          error_, true, 0);
+  ASSERT_FALSE(error_);
+  auto const deadline = std::chrono::steady_clock::now() + seconds(20);
+  std::string stat;
+  while (stat.empty() || stat.back() != '\n') {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    stat = LifecycleState::Content(folder + "stat");
+  }
+  for (char const* stream : {"0", "1", "2"}) {
+    EXPECT_EQ(boost::filesystem::read_symlink(folder + stream), "/dev/null");
+  }
+  // Behind the name in parentheses: state, parent, process group, session.
+  std::istringstream fields(stat.substr(stat.rfind(')') + 1));
+  char state = 0;
+  pid_t parent = 0;
+  pid_t group = 0;
+  pid_t session = 0;
+  fields >> state >> parent >> group >> session;
+  EXPECT_NE(parent, ::getpid());
+  EXPECT_NE(session, ::getsid(0));
 }
 
 using GateTest = OperationLaunch;

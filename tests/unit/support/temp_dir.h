@@ -3,9 +3,9 @@
 #include <stdlib.h>
 
 #include <boost/filesystem.hpp>
-#include <fstream>
-#include <iterator>
 #include <string>
+
+#include "tests/unit/text_files.h"
 
 /// A fresh directory that goes with the object.
 class TempDir {
@@ -28,12 +28,5 @@ class TempDir {
   std::string path_;
 };
 
-inline void Put(std::string const& path, std::string const& content) {
-  boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << content;
-}
-
-inline std::string Content(std::string const& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using TextFiles::Content;
+using TextFiles::Put;

@@ -10,48 +10,16 @@
 #include <vector>
 
 #include "platform/logging/test_only_log_capture.h"
-#include "platform/taskdb/task_manager.h"
 #include "runtime/l10n/localizer.h"
 #include "tasks/task_files.h"
 #include "tasks/tasks_svc.h"
+#include "tests/unit/faulty_task_database.h"
 #include "tests/unit/lifecycle_state.h"
 #include "tests/unit/service_call.h"
 
-namespace {
-
-/// What each read of the database does.
-std::function<void()> onRead = [] {};
-std::vector<std::string> calls;
-
-class FaultyManager final : public TaskDB::TaskManager {
- public:
-  void init() override { calls.emplace_back("init"); }
-  std::map<std::string, TaskDB::TaskInfo> list(int retries) override {
-    calls.push_back("list " + std::to_string(retries));
-    onRead();
-    return {};
-  }
-  bool get(char const* id, TaskDB::TaskInfo& /*info*/, int retries) override {
-    calls.push_back(std::string("get ") + id + " " + std::to_string(retries));
-    onRead();
-    return false;
-  }
-  void createTask(char const*, int) override {}
-  void createNamedTask(char const*, char const*, int) override {}
-  void startTask(char const*, int) override {}
-  void setProgress(char const*, std::int32_t, std::string const&) override {}
-  void addNotification(char const*, std::string const&) override {}
-  void completeTask(char const*, std::string const&, int) override {}
-  void failTask(char const*, std::string const&, int) override {}
-  void failTaskWithResult(char const*, std::string const&, std::string const&, int) override {}
-};
-
-}  // namespace
-
 /// In place of the real database's factory.
 std::shared_ptr<TaskDB::TaskManager> TaskDB::TaskManager::FromPath(std::string dbPath) {
-  calls.push_back("open " + dbPath);
-  return std::make_shared<FaultyManager>();
+  return FaultyDatabase::Manager::Open(dbPath);
 }
 
 namespace {
@@ -92,8 +60,8 @@ TEST(TaskServiceFaults, EachExceptionHasItsAnswer) {
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.what);
-    onRead = c.fault;
-    calls.clear();
+    FaultyDatabase::onAccess = c.fault;
+    FaultyDatabase::calls.clear();
     Orbane::TestOnlyLogCapture log;
     auto const get = ServiceCall::Call(api, "get", R"({"task":"t"})");
     EXPECT_EQ(get.answers, 1);
@@ -105,8 +73,8 @@ TEST(TaskServiceFaults, EachExceptionHasItsAnswer) {
       EXPECT_EQ(list.Json(), "{}");
     }
     EXPECT_EQ(log.texts(0), (std::vector<std::string>{c.getLog, c.listLog}));
-    EXPECT_EQ(calls, (std::vector<std::string>{"open /var/orbane/lifecycle/task-status.json.db", "get t 5",
-                                               "open /var/orbane/lifecycle/task-status.json.db", "list 5"}));
+    std::string const open = "open /var/orbane/lifecycle/task-status.json.db";
+    EXPECT_EQ(FaultyDatabase::calls, (std::vector<std::string>{open, "get t 5", open, "list 5"}));
   }
 }
 
