@@ -46,14 +46,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<GetInput const> const& input,
     result.error(LifeCycle::MakeCommandError(run));
     return;
   }
-  if (output == "null") {
-    CSLogger::Log(0, "[%s] Result is null ", "Get");
-    result.error(LifeCycle::MakeBareError<Errors::NotFound>());
-    return;
-  }
-  std::shared_ptr<Info const> info;
-  auto const error = LifeCycle::AdaptToolOutput<Errors::InternalServerError>("Get", output, info);
-  error ? result.error(error) : result(info);
+  LifeCycle::AnswerWithRecord("Get", output, result);
 }
 
 }  // namespace Com::Orbane::Ryn::Hosts::Software::ComponentsSvc

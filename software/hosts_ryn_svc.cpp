@@ -1,12 +1,9 @@
 #include "software/hosts_ryn_svc.h"
 
-#include "platform/logging/logging.h"
 #include "software/tool_query.h"
 
 namespace Com::Orbane::Ryn::Hosts::Software::RynSvc {
 namespace {
-
-namespace Errors = Lumo::Std::Errors;
 
 char const* const kGetCommand = "/usr/bin/python /usr/lib/orbane/lifecycle/bin/stowctl.py ryn --get ";
 
@@ -20,14 +17,7 @@ void AsyncServiceImpl::Get(std::shared_ptr<GetInput const> const& /*input*/,
     result.error(LifeCycle::MakeCommandError(run));
     return;
   }
-  if (output == "null") {
-    CSLogger::Log(0, "[%s] Result is null ", "Get");
-    result.error(LifeCycle::MakeBareError<Errors::NotFound>());
-    return;
-  }
-  std::shared_ptr<Info const> info;
-  auto const error = LifeCycle::AdaptToolOutput<Errors::InternalServerError>("Get", output, info);
-  error ? result.error(error) : result(info);
+  LifeCycle::AnswerWithRecord("Get", output, result);
 }
 
 }  // namespace Com::Orbane::Ryn::Hosts::Software::RynSvc

@@ -6,7 +6,9 @@
 #include <string>
 
 #include "bindings/com/orbane/lumo/std/errors.h"
+#include "platform/logging/logging.h"
 #include "runtime/data/adapt.h"
+#include "runtime/provider/async_result.h"
 #include "support/api_error.h"
 #include "support/command_runner.h"
 #include "support/json_helpers.h"
@@ -41,6 +43,22 @@ ToolErrorPtr AdaptToolOutput(char const* tag, std::string const& output, T& nati
     return Lumo::Data::ErrorFactory::GetError<Com::Orbane::Lumo::Std::Errors::InternalServerError>(messages);
   }
   return nullptr;
+}
+
+/// Answers with the record that the tool printed. "null" is a bare NotFound, a document without a value a
+/// bare InternalServerError.
+template <typename Record>
+void AnswerWithRecord(char const* tag, std::string const& output,
+                      Lumo::AsyncResult<std::shared_ptr<Record const>> const& result) {
+  if (output == "null") {
+    CSLogger::Log(0, "[%s] Result is null ", tag);
+    result.error(MakeBareError<Com::Orbane::Lumo::Std::Errors::NotFound>());
+    return;
+  }
+  std::shared_ptr<Record const> record;
+  auto const error =
+      AdaptToolOutput<Com::Orbane::Lumo::Std::Errors::InternalServerError>(tag, output, record);
+  error ? result.error(error) : result(record);
 }
 
 }  // namespace LifeCycle
