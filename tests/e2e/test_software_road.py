@@ -55,6 +55,18 @@ def tool_pid() -> int | None:
     return next((pid for pid, words in processes().items() if str(TOOL) in words), None)
 
 
+def stalled_apply(rpc: Rpc, depots: Depots, serve: Serve) -> tuple[DepotServer, str, int]:
+    """The first sample image in use, and an apply of the second that waits in the middle for its depot: the depot's
+    server, the task and the tool's process id."""
+    run(rpc, "apply", depots.spec("first"), depots.urls)
+    server = serve(depots.main, stall_at=".filez")
+    task = rpc.start("apply", depots.spec("second"), [server.url, depots.urls[1]])
+    assert server.stalled.wait(60)
+    pid = tool_pid()
+    assert pid is not None
+    return server, task, pid
+
+
 @pytest.fixture
 def urls(request: pytest.FixtureRequest, depots: Depots, serve: Serve) -> list[str]:
     """The depots' addresses: main by file:// and extras by http://."""
@@ -182,12 +194,7 @@ def test_damaged_depot(daemon: Daemon, rpc: Rpc, depots: Depots, tmp_path: pathl
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
 def test_a_signal_ends_the_tool_in_order(daemon: Daemon, rpc: Rpc, depots: Depots, serve: Serve, number: signal.Signals) -> None:
-    run(rpc, "apply", depots.spec("first"), depots.urls)
-    server = serve(depots.main, stall_at=".filez")
-    task = rpc.start("apply", depots.spec("second"), [server.url, depots.urls[1]])
-    assert server.stalled.wait(60)
-    pid = tool_pid()
-    assert pid is not None
+    server, task, pid = stalled_apply(rpc, depots, serve)
     os.kill(pid, number)
     record = rpc.finished(task)
     assert record["status"] == "FAILED"
@@ -200,12 +207,7 @@ def test_a_signal_ends_the_tool_in_order(daemon: Daemon, rpc: Rpc, depots: Depot
 
 
 def test_a_killed_tool_leaves_the_old_image(daemon: Daemon, rpc: Rpc, depots: Depots, serve: Serve) -> None:
-    run(rpc, "apply", depots.spec("first"), depots.urls)
-    server = serve(depots.main, stall_at=".filez")
-    task = rpc.start("apply", depots.spec("second"), [server.url, depots.urls[1]])
-    assert server.stalled.wait(60)
-    pid = tool_pid()
-    assert pid is not None
+    _, task, pid = stalled_apply(rpc, depots, serve)
     os.kill(pid, signal.SIGKILL)
     wait_for(lambda: tool_pid() is None, "the tool's death")
     assert rpc.task(task)["status"] == "RUNNING"

@@ -33,6 +33,9 @@ static_assert(!std::is_copy_constructible_v<AccessLock> && !std::is_copy_assigna
 char const* const kPath = "/x/lifecycle.task";
 char const* const kName = "/com/orbane/f0b4120415fcc4554a547b29fc40ec80137756fc01c77baaa7d783a3a86432ce";
 
+/// As the log has it.
+std::string const kSocket = std::string("{") + kName + "}";
+
 /// A path that no test running beside this one uses.
 std::string OwnPath(std::string const& name) {
   return "/nowhere/" + name + std::to_string(::getpid());
@@ -69,6 +72,19 @@ class AccessLockTest : public testing::Test {
     LibcSeams::FailBind({});
     LibcSeams::FailClose({});
   }
+  /// Asks for the lock at kPath with 5 retries; it must be given up after the first attempt, whose lines of
+  /// the log are `attempt`.
+  void ExpectGivenUpAtOnce(int error, std::vector<std::string> const& attempt) {
+    EXPECT_EQ(ErrorOf(kPath, 5, sleeps_), error);
+    EXPECT_TRUE(sleeps_.asked.empty());
+    std::string const reason = kSocket + ", count{0/5}: {" + std::strerror(error) + "}";
+    std::vector<std::string> lines{"info [AccessLock]: Create lock with retry count{5}"};
+    lines.insert(lines.end(), attempt.begin(), attempt.end());
+    lines.push_back("err [AccessLock]: Acquiring lock failed on socket" + reason);
+    lines.push_back("err [AccessLock]: Giving up on acquiring lock" + reason);
+    EXPECT_EQ(LibcSeams::TakeSyslog(), lines);
+  }
+
   Sleeps sleeps_;
 };
 
@@ -120,23 +136,26 @@ TEST_F(AccessLockTest, HolderThatStays) {
   LibcSeams::TakeSyslog();
   EXPECT_EQ(ErrorOf(kPath, 2, sleeps_), EADDRINUSE);
   EXPECT_THAT(sleeps_.asked, ElementsAre(std::chrono::seconds(1), std::chrono::seconds(1)));
-  std::string const n = std::string("{") + kName + "}";
   EXPECT_THAT(
       LibcSeams::TakeSyslog(),
       ElementsAre(
           "info [AccessLock]: Create lock with retry count{2}",
-          "err [AccessLock]: Failed to bind socket" + n + ": {Address already in use}",
-          "info [AccessLock]: socket" + n + " closed",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{0/2}: {Address already in use}",
-          "err [AccessLock]: Sleeping for a second and retrying to acquire lock" + n + ", count{1/2}",
-          "err [AccessLock]: Failed to bind socket" + n + ": {Address already in use}",
-          "info [AccessLock]: socket" + n + " closed",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{1/2}: {Address already in use}",
-          "err [AccessLock]: Sleeping for a second and retrying to acquire lock" + n + ", count{2/2}",
-          "err [AccessLock]: Failed to bind socket" + n + ": {Address already in use}",
-          "info [AccessLock]: socket" + n + " closed",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{2/2}: {Address already in use}",
-          "err [AccessLock]: Giving up on acquiring lock" + n + ", count{2/2}: {Address already in use}"));
+          "err [AccessLock]: Failed to bind socket" + kSocket + ": {Address already in use}",
+          "info [AccessLock]: socket" + kSocket + " closed",
+          "err [AccessLock]: Acquiring lock failed on socket" + kSocket +
+              ", count{0/2}: {Address already in use}",
+          "err [AccessLock]: Sleeping for a second and retrying to acquire lock" + kSocket + ", count{1/2}",
+          "err [AccessLock]: Failed to bind socket" + kSocket + ": {Address already in use}",
+          "info [AccessLock]: socket" + kSocket + " closed",
+          "err [AccessLock]: Acquiring lock failed on socket" + kSocket +
+              ", count{1/2}: {Address already in use}",
+          "err [AccessLock]: Sleeping for a second and retrying to acquire lock" + kSocket + ", count{2/2}",
+          "err [AccessLock]: Failed to bind socket" + kSocket + ": {Address already in use}",
+          "info [AccessLock]: socket" + kSocket + " closed",
+          "err [AccessLock]: Acquiring lock failed on socket" + kSocket +
+              ", count{2/2}: {Address already in use}",
+          "err [AccessLock]: Giving up on acquiring lock" + kSocket +
+              ", count{2/2}: {Address already in use}"));
 }
 
 TEST_F(AccessLockTest, HolderThatLeavesAfterOneSecond) {
@@ -183,31 +202,14 @@ TEST_F(AccessLockTest, FreeAgainAfterHolderIsKilled) {
 
 TEST_F(AccessLockTest, NoSocket) {
   LibcSeams::FailSocket({EMFILE});
-  EXPECT_EQ(ErrorOf(kPath, 5, sleeps_), EMFILE);
-  EXPECT_TRUE(sleeps_.asked.empty());
-  std::string const n = std::string("{") + kName + "}";
-  EXPECT_THAT(
-      LibcSeams::TakeSyslog(),
-      ElementsAre(
-          "info [AccessLock]: Create lock with retry count{5}",
-          "err [AccessLock]: Failed to create socket" + n + ": {Too many open files}",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{0/5}: {Too many open files}",
-          "err [AccessLock]: Giving up on acquiring lock" + n + ", count{0/5}: {Too many open files}"));
+  ExpectGivenUpAtOnce(EMFILE,
+                      {"err [AccessLock]: Failed to create socket" + kSocket + ": {Too many open files}"});
 }
 
 TEST_F(AccessLockTest, OtherBindErrorIsNotRetried) {
   LibcSeams::FailBind({EACCES});
-  EXPECT_EQ(ErrorOf(kPath, 5, sleeps_), EACCES);
-  EXPECT_TRUE(sleeps_.asked.empty());
-  std::string const n = std::string("{") + kName + "}";
-  EXPECT_THAT(
-      LibcSeams::TakeSyslog(),
-      ElementsAre(
-          "info [AccessLock]: Create lock with retry count{5}",
-          "err [AccessLock]: Failed to bind socket" + n + ": {Permission denied}",
-          "info [AccessLock]: socket" + n + " closed",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{0/5}: {Permission denied}",
-          "err [AccessLock]: Giving up on acquiring lock" + n + ", count{0/5}: {Permission denied}"));
+  ExpectGivenUpAtOnce(EACCES, {"err [AccessLock]: Failed to bind socket" + kSocket + ": {Permission denied}",
+                               "info [AccessLock]: socket" + kSocket + " closed"});
 }
 
 TEST_F(AccessLockTest, CloseIsRepeatedWhenInterrupted) {
@@ -220,16 +222,8 @@ TEST_F(AccessLockTest, CloseIsRepeatedWhenInterrupted) {
 TEST_F(AccessLockTest, FailedCloseReplacesTheErrorOfBind) {
   LibcSeams::FailBind({EADDRINUSE});
   LibcSeams::FailClose({EIO});
-  EXPECT_EQ(ErrorOf(kPath, 5, sleeps_), EIO);
-  EXPECT_TRUE(sleeps_.asked.empty());
-  std::string const n = std::string("{") + kName + "}";
-  EXPECT_THAT(
-      LibcSeams::TakeSyslog(),
-      ElementsAre(
-          "info [AccessLock]: Create lock with retry count{5}",
-          "err [AccessLock]: Failed to bind socket" + n + ": {Address already in use}",
-          "err [AccessLock]: Acquiring lock failed on socket" + n + ", count{0/5}: {Input/output error}",
-          "err [AccessLock]: Giving up on acquiring lock" + n + ", count{0/5}: {Input/output error}"));
+  ExpectGivenUpAtOnce(EIO,
+                      {"err [AccessLock]: Failed to bind socket" + kSocket + ": {Address already in use}"});
 }
 
 TEST_F(AccessLockTest, DestructorThrowsWhenCloseFails) {
