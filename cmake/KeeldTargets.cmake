@@ -12,6 +12,7 @@ find_package(Boost 1.74 REQUIRED COMPONENTS system filesystem iostreams)
 find_package(OpenSSL REQUIRED)
 find_package(SQLite3 REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(cjose REQUIRED)
 
 add_library(keeld_options INTERFACE)
 target_include_directories(keeld_options INTERFACE "${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated")

@@ -17,6 +17,11 @@ struct CoreMessage {
 std::string const& Message<CoreTag>::DefaultMessageForId(std::string const& id) {
   // In order of the ids.
   static CoreMessage const kMessages[] = {
+      {"lumo.authz.metadata.duplicate", "The entry '{1}' is there a second time."},
+      {"lumo.authz.metadata.empty", "The file is no JSON object with members."},
+      {"lumo.authz.metadata.malformed", "The file is damaged: {1}"},
+      {"lumo.authz.metadata.misplaced", "The entry '{1}' is not what authorisation metadata has there."},
+      {"lumo.authz.metadata.unreadable", "The file cannot be read."},
       {"lumo.data.bad.cast", "The field '{1}' is of the type {2}, where {3} is wanted."},
       {"lumo.data.bad.cast2", "A value of kind {1} cannot be read as {2}."},
       {"lumo.data.duplicate.key", "The key '{1}' stands twice."},
