@@ -103,14 +103,9 @@ void WriteLine(int priority, std::string_view text) {
   }
 }
 
-bool WouldBeDropped() {
-  LogOutput* const output = standing.load(std::memory_order_acquire);
-  return output != nullptr && sink.load(std::memory_order_acquire) == nullptr && output->writer.DropIfFull();
-}
-
 /// Formats and writes a line whose level passes.
 __attribute__((format(printf, 2, 0))) void FormatLine(int priority, char const* format, va_list arguments) {
-  if (WouldBeDropped()) {
+  if (Log_DropIfFull()) {
     return;
   }
   char stackText[kStackText];
@@ -179,6 +174,11 @@ bool Log_IsEnabled(int level) {
   return level <= passing.load(std::memory_order_relaxed);
 }
 
+bool Log_DropIfFull() {
+  LogOutput* const output = standing.load(std::memory_order_acquire);
+  return output != nullptr && sink.load(std::memory_order_acquire) == nullptr && output->writer.DropIfFull();
+}
+
 void Log(int level, char const* format, ...) {
   va_list arguments;
   va_start(arguments, format);
@@ -222,7 +222,7 @@ void CSLogger::Log(int priority, char const* format, ...) {
 }
 
 void CSLogger::LogText(int priority, std::string_view text) {
-  if (Log_IsEnabled(LevelOfPriority(priority)) && !WouldBeDropped()) {
+  if (Log_IsEnabled(LevelOfPriority(priority)) && !Log_DropIfFull()) {
     WriteLine(std::clamp(priority, 0, 4), text);
   }
 }

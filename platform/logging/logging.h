@@ -22,6 +22,9 @@ bool Log_AddOutput(LogOutput* output);
 void Log_FreeOutput(LogOutput* output);
 /// True when an output stands and `level` is at most its level.
 bool Log_IsEnabled(int level);
+/// True when a line that is logged now would be dropped, the queue being full: the line counts as dropped,
+/// and need not be formatted.
+bool Log_DropIfFull();
 /// One line at a level from 0 (worst) to 7 (finest); the levels 2, 3, 5, 6, 7 are the priorities 0 to 4 of
 /// CSLogger, and what lies between belongs to the next finer one.
 void Log(int level, char const* format, ...) __attribute__((format(printf, 2, 3)));

@@ -63,7 +63,8 @@ int RunDaemon() {
   LifeCycle::RemoveFiles({LifeCycle::kTaskSyncFile});
 
   auto const logger = std::make_shared<LumoLoggerWrapper>();
-  boost::asio::io_context io;
+  constexpr int kThreads = 1;
+  boost::asio::io_context io(kThreads);
   auto const localizer = CatalogueLocalizer();
   auto const provider =
       std::make_shared<Lumo::Provider::LocalizingProvider>(localizer, BuildProvider(io, logger, localizer));

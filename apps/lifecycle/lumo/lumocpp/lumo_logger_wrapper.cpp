@@ -115,7 +115,7 @@ class LumoLoggerWrapper::Record final : public Lumo::Log::LogRecord {
 };
 
 void LumoLoggerWrapper::MakeRecord(int level, std::unique_ptr<Lumo::Log::LogRecord>& record) const {
-  if (!Log_IsEnabled(Translate(level).enabledAt)) {
+  if (!Log_IsEnabled(Translate(level).enabledAt) || Log_DropIfFull()) {
     record.reset();
     return;
   }

@@ -12,7 +12,8 @@ class LumoLoggerWrapper final : public Lumo::Log::Logger {
  public:
   class Record;
 
-  /// A level that the log does not let through gives a null record. A level above 5 is a Panic.
+  /// A level that the log does not let through gives a null record, and so does a line that a full log would
+  /// drop; that one is counted. A level above 5 is a Panic.
   void MakeRecord(int level, std::unique_ptr<Lumo::Log::LogRecord>& record) const override;
 };
 
