@@ -35,17 +35,27 @@ class AsyncHttpBodyStream {
       });
       return;
     }
-    auto const bounded = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), remaining_));
-    inner_.async_read_some(
-        boost::asio::mutable_buffer(buffer.data(), bounded),
-        [this, handler = std::move(handler)](boost::system::error_code error, std::size_t count) mutable {
-          remaining_ -= count;
-          if (error == boost::asio::error::eof && remaining_ != 0) {
-            error = Error::Errc::IncompleteBody;
-          }
-          handler(error, count);
-        });
+    inner_.async_read_some(Bounded(buffer), [this, handler = std::move(handler)](
+                                                boost::system::error_code error, std::size_t count) mutable {
+      remaining_ -= count;
+      if (error == boost::asio::error::eof && remaining_ != 0) {
+        error = Error::Errc::IncompleteBody;
+      }
+      handler(error, count);
+    });
   }
+
+  /// Moves bytes of the body that are un-read into `buffer` at once; their number.
+  std::size_t TakeUnread(boost::asio::mutable_buffer buffer) noexcept requires requires(Stream& stream) {
+    stream.TakeUnread(buffer);
+  }
+  {
+    std::size_t const count = inner_.TakeUnread(Bounded(buffer));
+    remaining_ -= count;
+    return count;
+  }
+  /// Whether the whole body was read.
+  bool AtEnd() const noexcept { return remaining_ == 0; }
 
   template <typename ConstBuffers, typename Handler>
   void async_write_some(ConstBuffers const& buffers, Handler handler) {
@@ -55,6 +65,10 @@ class AsyncHttpBodyStream {
   boost::system::error_code ReturnUnread() { return inner_.ReturnUnread(); }
 
  private:
+  boost::asio::mutable_buffer Bounded(boost::asio::mutable_buffer buffer) const noexcept {
+    return {buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), remaining_))};
+  }
+
   std::uint64_t total_;
   std::uint64_t remaining_;
   Stream inner_;

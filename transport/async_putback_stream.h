@@ -48,16 +48,8 @@ class AsyncPutbackStream {
     });
   }
 
-  /// As that of the stream below: the buffer is asked for when there is something to read.
-  template <typename Operation>
-  void async_read_when_ready(Operation operation) {
-    if (unread_.empty()) {
-      stream_.async_read_when_ready(std::move(operation));
-      return;
-    }
-    boost::asio::mutable_buffer const buffer = operation.Buffer();
-    async_read_some(buffer, std::move(operation));
-  }
+  /// Moves un-read bytes into `buffer` at once; their number, 0 when there are none.
+  std::size_t TakeUnread(boost::asio::mutable_buffer buffer) noexcept { return unread_.Take(buffer); }
 
   template <typename ConstBuffers, typename Handler>
   void async_write_some(ConstBuffers const& buffers, Handler handler) {
@@ -91,6 +83,7 @@ class StreamHandle {
   void async_write_some(ConstBuffers const& buffers, Handler handler) {
     stream_->async_write_some(buffers, std::move(handler));
   }
+  std::size_t TakeUnread(boost::asio::mutable_buffer buffer) noexcept { return stream_->TakeUnread(buffer); }
   boost::system::error_code putback(boost::asio::const_buffer bytes) { return stream_->putback(bytes); }
   /// Gives bytes that a layer still holds back to the connection, for the next request.
   boost::system::error_code ReturnUnread() { return {}; }

@@ -85,7 +85,7 @@ class AsyncTransactionProtocolHandler final
   struct ResultWrite {
     std::shared_ptr<AsyncTransactionProtocolHandler> handler;
     std::shared_ptr<OutStrm> out;
-    std::string requestId;
+    std::string requestId;  // empty when this is the last result
     Continuation next;
     bool last;
   };

@@ -6,6 +6,7 @@
 #include "runtime/l10n/localizer.h"
 #include "transport/async_transaction_protocol_handler.h"
 #include "transport/buffer_span.h"
+#include "transport/recycling_allocator.h"
 
 namespace Lumo::Transport::Http {
 
@@ -155,7 +156,7 @@ void AsyncTransactionProtocolHandler<T, E>::Deliver(std::string const& requestId
   ResultPtr const answer = plan.internalError ? InternalErrorResult() : result;
   bool const first = !out;
   if (first) {
-    out = std::make_shared<OutStrm>(transaction_.stream());
+    out = std::allocate_shared<OutStrm>(RecyclingAllocator<OutStrm>(), transaction_.stream());
   }
   out->Reset(answer);
   ErrorPtr failed;
@@ -172,7 +173,8 @@ void AsyncTransactionProtocolHandler<T, E>::Deliver(std::string const& requestId
   }
   out->Fill(extractor_->isStream, plan.last);
   bool const fitsOneWrite = out->BytesUpTo(out->end()) <= Asio::kMaxWrite;
-  ResultWrite write{this->shared_from_this(), std::move(out), requestId, std::move(next), plan.last};
+  ResultWrite write{this->shared_from_this(), std::move(out), plan.last ? std::string() : requestId,
+                    std::move(next), plan.last};
   if (fitsOneWrite) {
     WriteAtOnce(std::move(write));
   } else if (first) {

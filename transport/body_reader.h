@@ -47,7 +47,7 @@ class BodyBuffer {
 
 /// Reads until "end of body" or end of file, which count as success, or an error. More than `limit` bytes,
 /// the maximum of `body` less one, are "message too long". `handler` gets the error and must keep stream and
-/// body alive.
+/// body alive; it may be called before the reading call returns, when all of the body is there.
 template <typename Stream, typename Handler>
 class ReadBodyOperation {
  public:
@@ -63,6 +63,12 @@ class ReadBodyOperation {
       return;
     }
     Stream& stream = *stream_;
+    if constexpr (requires { stream.TakeUnread(room); }) {
+      if (std::size_t const count = stream.TakeUnread(room)) {
+        (*this)(boost::system::error_code(), count);
+        return;
+      }
+    }
     stream.async_read_some(room, std::move(*this));
   }
 
@@ -78,6 +84,12 @@ class ReadBodyOperation {
     if (error) {
       handler_(error);
       return;
+    }
+    if constexpr (requires { stream_->AtEnd(); }) {
+      if (stream_->AtEnd()) {
+        handler_(error);
+        return;
+      }
     }
     Start();
   }

@@ -1,6 +1,7 @@
 // One connection: reads heads, chooses the stream stack of each body, and starts transactions.
 #pragma once
 
+#include <array>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/system/error_code.hpp>
@@ -18,6 +19,7 @@
 #include "transport/async_transaction_protocol_handler.h"
 #include "transport/buffer_span.h"
 #include "transport/protocol_handler_spec.h"
+#include "transport/recycling_allocator.h"
 #include "transport/request.h"
 
 namespace Lumo::Transport::PicoHttp {
@@ -54,10 +56,6 @@ class Connection : public std::enable_shared_from_this<Connection<Base>> {
     std::shared_ptr<Connection> connection;
     std::shared_ptr<ServerDetail::Request> request;
 
-    boost::asio::mutable_buffer Buffer() {
-      request = ServerDetail::MakeRequest();
-      return request->FreeHead();
-    }
     void operator()(boost::system::error_code const& error, std::size_t count);
   };
 
@@ -75,13 +73,16 @@ class Connection : public std::enable_shared_from_this<Connection<Base>> {
 
   std::shared_ptr<Http::ProtocolHandlerSpec const> spec_;
   std::shared_ptr<Base> stream_;
+  /// Where the first bytes of a head arrive: an idle connection holds this little instead of a request.
+  std::array<char, 1024> firstBytes_;
   /// Null until the peer's address was read.
   std::shared_ptr<Http::ContextHook const> peerHook_;
 };
 
 template <typename Base>
 void Connection<Base>::ReadHead() {
-  stream_->async_read_when_ready(HeadOperation{this->shared_from_this(), nullptr});
+  stream_->async_read_some(boost::asio::buffer(firstBytes_),
+                           HeadOperation{this->shared_from_this(), nullptr});
 }
 
 template <typename Base>
@@ -90,6 +91,10 @@ void Connection<Base>::HeadOperation::operator()(boost::system::error_code const
   if (error && count == 0) {
     self.Refuse(error, request);
     return;
+  }
+  if (!request) {
+    request = ServerDetail::MakeRequest();
+    boost::asio::buffer_copy(request->FreeHead(), boost::asio::buffer(self.firstBytes_, count));
   }
   auto const decision = ServerDetail::TakeHeadBytes(*request, count);
   if (!decision) {
@@ -166,9 +171,10 @@ template <typename Base>
 template <typename Stream>
 void Connection<Base>::StartTransaction(Stream stream,
                                         std::shared_ptr<ServerDetail::Request> const& request) {
+  using Handler = ProtocolHandlerOver<Stream>;
   std::shared_ptr<Http::HeaderRange> const headers = HttpRequest(request).headersPtr();
-  auto const handler =
-      std::make_shared<ProtocolHandlerOver<Stream>>(spec_, headers, PeerHook(), std::move(stream), request);
+  auto const handler = std::allocate_shared<Handler>(RecyclingAllocator<Handler>(), spec_, headers,
+                                                     PeerHook(), std::move(stream), request);
   for (headers->reset(); !headers->atEnd(); headers->advance()) {
     if (headers->current().name() == ":method") {
       handler->transaction().method(headers->current().value());
@@ -177,8 +183,8 @@ void Connection<Base>::StartTransaction(Stream stream,
   }
   void const* const transaction = &handler->transaction();
   handler->Handle(
-      [self = this->shared_from_this(), transaction] {
-        Log::Write(self->spec_->logger, 1, "Request received[", transaction, "]");
+      [spec = spec_.get(), transaction] {  // the handler holds the spec
+        Log::Write(spec->logger, 1, "Request received[", transaction, "]");
       },
       [self = this->shared_from_this(), transaction, keepAlive = request->keepAlive](
           Http::ErrorPtr const& error) { self->EndTransaction(error, transaction, keepAlive); });

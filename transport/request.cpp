@@ -5,6 +5,7 @@
 #include <string>
 
 #include "runtime/errors/transport_categories.h"
+#include "transport/recycling_allocator.h"
 #include "transport/text.h"
 
 namespace Lumo::Transport::PicoHttp {
@@ -55,44 +56,6 @@ error_code TakeHeader(ServerDetail::Request& request, PhrHeader const& header) {
   }
   return {};
 }
-
-/// Keeps one block of memory a thread and type.
-template <typename T>
-struct RecyclingAllocator {
-  using value_type = T;
-
-  RecyclingAllocator() = default;
-  template <typename U>
-  explicit RecyclingAllocator(RecyclingAllocator<U> const& /*other*/) {}
-
-  T* allocate(std::size_t count) {
-    std::unique_ptr<Block>& kept = Kept();
-    if (count == 1 && kept) {
-      return reinterpret_cast<T*>(kept.release());
-    }
-    return static_cast<T*>(::operator new(count * sizeof(T)));
-  }
-  void deallocate(T* memory, std::size_t count) noexcept {
-    std::unique_ptr<Block>& kept = Kept();
-    if (count == 1 && !kept) {
-      kept.reset(reinterpret_cast<Block*>(memory));
-    } else {
-      ::operator delete(memory);
-    }
-  }
-  friend bool operator==(RecyclingAllocator const& /*a*/, RecyclingAllocator const& /*b*/) { return true; }
-
- private:
-  /// Memory of a T without a T in it.
-  struct Block {
-    static void operator delete(void* memory) { ::operator delete(memory); }
-  };
-
-  static std::unique_ptr<Block>& Kept() {
-    static thread_local std::unique_ptr<Block> kept;
-    return kept;
-  }
-};
 
 /// The bodies of these are of no account, whatever the headers say.
 bool MethodHasNoBody(boost::string_view method) noexcept {

@@ -53,8 +53,8 @@ struct Request {
   boost::asio::const_buffer BehindHead() const;
 };
 
-/// A new request. Its memory is recycled: one block a thread, so that busy connections do not take and give
-/// back kilobytes with each request. Any thread.
+/// A new request. Its memory is recycled, so that busy connections do not take and give back kilobytes with
+/// each request. Any thread.
 std::shared_ptr<Request> MakeRequest();
 
 /// Takes `count` bytes that were read into FreeHead(). No value: more bytes are needed. Otherwise the head is

@@ -6,6 +6,7 @@
 #include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/system/error_code.hpp>
 #include <chrono>
 #include <cstddef>
@@ -40,32 +41,27 @@ class TimeoutBaseStream {
   executor_type get_executor() { return socket_.get_executor(); }
   Socket& socket() { return socket_; }
 
-  /// `handler` gets error code and byte count; a socket that was closed meanwhile reads end of file.
+  /// `handler` gets error code and byte count; a socket that was closed meanwhile reads end of file. Behind
+  /// the end of file every read gives it again: the socket itself would tell of it once only.
   template <typename MutableBuffers, typename Handler>
   void async_read_some(MutableBuffers const& buffers, Handler handler) {
     std::lock_guard<Mutex> const guard(mutex_);
+    if (ended_) {
+      boost::asio::post(get_executor(), [handler = std::move(handler)]() mutable {
+        handler(boost::system::error_code(boost::asio::error::eof), std::size_t{0});
+      });
+      return;
+    }
     Arm(read_);
     socket_.async_read_some(buffers, [this, handler = std::move(handler)](boost::system::error_code error,
                                                                           std::size_t count) mutable {
+      ended_ = error == boost::asio::error::eof;
       if (!Disarm(read_)) {
         error = boost::asio::error::eof;
         count = 0;
       }
       handler(error, count);
     });
-  }
-
-  /// One timed read that asks for its buffer only when bytes are there: `operation.Buffer()` gives it, and
-  /// `operation(error, count)` is the handler. An idle connection so holds no buffer.
-  template <typename Operation>
-  void async_read_when_ready(Operation operation) {
-    std::lock_guard<Mutex> const guard(mutex_);
-    if (socket_.is_open() && !socket_.non_blocking()) {
-      boost::system::error_code ignored;
-      socket_.non_blocking(true, ignored);
-    }
-    Arm(read_);
-    AwaitReadable(std::move(operation));
   }
 
   /// `handler` as above; a socket that was closed meanwhile is EPIPE. The caller gives at most 65536 bytes.
@@ -124,15 +120,11 @@ class TimeoutBaseStream {
     }
   }
 
-  /// Under the lock. Moves the limit out of the way; false when the socket is closed.
-  bool DisarmLocked(Limit& limit) {
-    limit.deadline = TimePoint::max();
-    return socket_.is_open();
-  }
-
+  /// Moves the limit out of the way; false when the socket is closed.
   bool Disarm(Limit& limit) {
     std::lock_guard<Mutex> const guard(mutex_);
-    return DisarmLocked(limit);
+    limit.deadline = TimePoint::max();
+    return socket_.is_open();
   }
 
   /// Under the lock. The wait holds no ownership: it does not keep a connection.
@@ -164,34 +156,6 @@ class TimeoutBaseStream {
     limit.deadline = TimePoint::max();
   }
 
-  /// Under the lock.
-  template <typename Operation>
-  void AwaitReadable(Operation operation) {
-    socket_.async_wait(Socket::wait_read,
-                       [this, operation = std::move(operation)](boost::system::error_code error) mutable {
-                         OnReadable(error, std::move(operation));
-                       });
-  }
-
-  template <typename Operation>
-  void OnReadable(boost::system::error_code error, Operation operation) {
-    std::size_t count = 0;
-    {
-      std::lock_guard<Mutex> const guard(mutex_);
-      if (!socket_.is_open()) {
-        error = boost::asio::error::eof;
-      } else if (!error) {
-        count = socket_.read_some(boost::asio::mutable_buffer(operation.Buffer()), error);
-        if (error == boost::asio::error::would_block) {
-          AwaitReadable(std::move(operation));
-          return;
-        }
-      }
-      DisarmLocked(read_);
-    }
-    operation(error, count);
-  }
-
   /// Under the lock. Reads at most kDropRounds times, never blocks.
   void DropReceived() {
     constexpr int kDropRounds = 64;
@@ -209,6 +173,8 @@ class TimeoutBaseStream {
   Socket socket_;
   Limit read_;
   Limit write_;
+  /// Whether a read met the end of file. Only reads use it, and there is one at a time.
+  bool ended_ = false;
   /// Guards socket and limits; never held across a handler.
   Mutex mutex_;
   std::weak_ptr<TimeoutBaseStream> owner_;

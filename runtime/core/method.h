@@ -19,8 +19,8 @@ class MethodIdentifier {
  public:
   MethodIdentifier(std::shared_ptr<std::string const> service, std::string operation)
       : service_(std::move(service)), operation_(std::move(operation)) {}
-  MethodIdentifier(std::string const& service, std::string operation)
-      : MethodIdentifier(std::make_shared<std::string const>(service), std::move(operation)) {}
+  MethodIdentifier(std::string service, std::string operation)
+      : MethodIdentifier(std::make_shared<std::string const>(std::move(service)), std::move(operation)) {}
 
   std::shared_ptr<std::string const> const& servicePtr() const { return service_; }
   std::string const& service() const { return *service_; }

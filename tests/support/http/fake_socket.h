@@ -89,7 +89,6 @@ class FakeSocket {
  public:
   using executor_type = boost::asio::io_context::executor_type;
   enum shutdown_type { shutdown_both };
-  enum wait_type { wait_read };
 
   explicit FakeSocket(executor_type const& executor)
       : executor_(executor), wire_(std::make_shared<FakeWire>()) {}
@@ -135,14 +134,6 @@ class FakeSocket {
       return 0;
     }
     return Take(buffer, error);
-  }
-
-  template <typename Handler>
-  void async_wait(wait_type /*what*/, Handler handler) {
-    WhenReadable([this, handler = std::move(handler)]() mutable {
-      Post(std::move(handler),
-           wire_->open ? boost::system::error_code() : boost::asio::error::operation_aborted);
-    });
   }
 
   template <typename Handler>

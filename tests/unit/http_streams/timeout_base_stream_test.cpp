@@ -179,6 +179,22 @@ TEST_F(StreamTest, ATimeoutOfAClosedSocketDoesNothing) {
   EXPECT_FALSE(wire_->shutDown);
 }
 
+TEST_F(StreamTest, TheEndOfFileIsReadAgainWithoutTheSocket) {
+  wire_->Feed("x");
+  wire_->End();
+  Read(10);
+  ASSERT_TRUE(outcome_);
+  EXPECT_FALSE(outcome_->error);
+  Read(10);
+  ASSERT_TRUE(outcome_);
+  EXPECT_EQ(outcome_->error, boost::asio::error::eof);
+  EXPECT_EQ(wire_->reads, 2);
+  Read(10);
+  ASSERT_TRUE(outcome_);
+  EXPECT_EQ(outcome_->error, boost::asio::error::eof);
+  EXPECT_EQ(wire_->reads, 2) << "an edge-triggered socket tells of its end once";
+}
+
 TEST_F(StreamTest, APendingTimerDoesNotKeepTheStream) {
   Read(10);
   wire_->Feed("x");
@@ -196,52 +212,6 @@ TEST_F(StreamTest, CloseDropsWhatHasArrived) {
   EXPECT_FALSE(wire_->open);
 }
 
-/// An operation that counts how often its buffer is asked for.
-struct LazyOperation {
-  std::shared_ptr<PutbackStream> stream;
-  std::string* buffer;
-  int* asked;
-  std::optional<Outcome>* outcome;
-
-  boost::asio::mutable_buffer Buffer() {
-    ++*asked;
-    buffer->assign(10, '\0');
-    return boost::asio::buffer(*buffer);
-  }
-  void operator()(error_code error, std::size_t count) { *outcome = Outcome{error, count}; }
-};
-
-TEST_F(StreamTest, ALazyReadAsksForItsBufferWhenBytesAreThere) {
-  int asked = 0;
-  stream_->async_read_when_ready(LazyOperation{stream_, &buffer_, &asked, &outcome_});
-  Poll();
-  EXPECT_EQ(asked, 0);
-  wire_->Feed("abc");
-  Poll();
-  EXPECT_EQ(asked, 1);
-  ASSERT_TRUE(outcome_);
-  EXPECT_EQ(buffer_.substr(0, outcome_->count), "abc");
-}
-
-TEST_F(StreamTest, ALazyReadIsTimedToo) {
-  int asked = 0;
-  stream_->async_read_when_ready(LazyOperation{stream_, &buffer_, &asked, &outcome_});
-  Advance(kReadTimeout);
-  EXPECT_TRUE(wire_->shutDown);
-  ASSERT_TRUE(outcome_);
-  EXPECT_EQ(outcome_->error, boost::asio::error::eof);
-}
-
-TEST_F(StreamTest, ALazyReadOnAClosedSocketGivesEndOfFile) {
-  int asked = 0;
-  stream_->async_read_when_ready(LazyOperation{stream_, &buffer_, &asked, &outcome_});
-  stream_->close();
-  Poll();
-  ASSERT_TRUE(outcome_);
-  EXPECT_EQ(outcome_->error, boost::asio::error::eof);
-  EXPECT_EQ(asked, 0);
-}
-
 TEST_F(StreamTest, UnreadBytesAreServedWithoutTheSocket) {
   wire_->Feed("socket");
   int const waits = FakeClock::WaitsBegun();
@@ -255,15 +225,6 @@ TEST_F(StreamTest, UnreadBytesAreServedWithoutTheSocket) {
   Read(10);
   EXPECT_EQ(buffer_.substr(0, outcome_->count), "socket");
   EXPECT_EQ(wire_->reads, 1);
-}
-
-TEST_F(StreamTest, UnreadBytesServeALazyRead) {
-  ASSERT_FALSE(stream_->putback(boost::asio::buffer(std::string("unread"))));
-  int asked = 0;
-  stream_->async_read_when_ready(LazyOperation{stream_, &buffer_, &asked, &outcome_});
-  EXPECT_FALSE(outcome_) << "never completed inside the call";
-  Poll();
-  EXPECT_EQ(buffer_.substr(0, outcome_->count), "unread");
 }
 
 TEST(ReadAhead, PutsInFrontOfWhatWaits) {
