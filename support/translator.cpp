@@ -67,6 +67,11 @@ void _AddCatalogue(CatalogueFile const& file, LocalizationBundle& bundle) {
   CSLogger::Log(2, "Translator: Adding \"%s\" language file \"%s\"", file.locale.c_str(), file.path.c_str());
 }
 
+bool _IsSupported(std::string const& language) {
+  auto const& languages = SupportedLanguages();
+  return std::find(languages.begin(), languages.end(), language) != languages.end();
+}
+
 /// Whether loading the catalogues might help.
 bool _MayBeUnloaded(std::error_code const& error) {
   return error == make_error_code(L10nErrc::LocaleNotSupported) ||
@@ -93,8 +98,7 @@ Translator& Translator::Instance() {
 
 std::string Translator::GetMessage(std::string const& id, std::string const& language,
                                    std::error_code& error) {
-  auto const& languages = SupportedLanguages();
-  if (std::find(languages.begin(), languages.end(), language) == languages.end()) {
+  if (!_IsSupported(language)) {
     error = make_error_code(L10nErrc::LocaleNotSupported);
     return {};
   }
@@ -109,6 +113,16 @@ std::string Translator::GetMessage(std::string const& id, std::string const& lan
     return text.substr(1, text.size() - 2);
   }
   return text;
+}
+
+bool Translator::HasLanguage(std::string const& language) {
+  if (!_IsSupported(language)) {
+    return false;
+  }
+  if (!loaded_) {
+    Load();
+  }
+  return Bundle()->HasLocale(language);
 }
 
 Translator::BundlePtr Translator::Bundle() const {
@@ -135,10 +149,15 @@ void Translator::Load() {
   }
   std::lock_guard const lock(current_);
   bundle_ = next;
+  loaded_ = true;
 }
 
 std::string GetMessage(std::string const& id, std::string const& language, std::error_code& error) {
   return Translator::Instance().GetMessage(id, language, error);
+}
+
+bool HasLanguage(std::string const& language) {
+  return Translator::Instance().HasLanguage(language);
 }
 
 std::string GetDefaultMessageEx(std::string const& id, std::error_code& error) {

@@ -1,6 +1,7 @@
 // The texts of message ids, from the catalogue files of the daemon and of plugins.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -31,6 +32,11 @@ class Translator {
   /// unknown.
   std::string GetMessage(std::string const& id, std::string const& language, std::error_code& error);
 
+  /// Whether a loaded catalogue is in that language, which is one of the supported; they are loaded if they
+  /// never were. For whoever goes through a caller's languages: a message that is asked for in a language
+  /// without catalogue costs a load.
+  bool HasLanguage(std::string const& language);
+
  private:
   using BundlePtr = std::shared_ptr<Lumo::L10n::LocalizationBundle const>;
 
@@ -41,15 +47,17 @@ class Translator {
   std::mutex loading_;          // one load at a time
   mutable std::mutex current_;  // guards bundle_, never held for long
   BundlePtr bundle_;
+  std::atomic<bool> loaded_{false};  // once at least
 };
 
 /// "en", "es", "de", "zh_CN", "zh_TW", "ko", "ja", "fr".
 std::vector<std::string> const& SupportedLanguages();
 
-/// The three look-ups of the process-wide translator.
+/// The look-ups of the process-wide translator.
 std::string GetMessage(std::string const& id, std::string const& language, std::error_code& error);
 /// The text in "en", or "Unknown message.".
 std::string GetDefaultMessage(std::string const& id);
 std::string GetDefaultMessageEx(std::string const& id, std::error_code& error);
+bool HasLanguage(std::string const& language);
 
 }  // namespace LifeCycle

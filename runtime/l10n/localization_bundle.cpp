@@ -73,6 +73,10 @@ void LocalizationBundle::AddLocale(boost::string_view locale, Entries entries) {
   }
 }
 
+bool LocalizationBundle::HasLocale(boost::string_view locale) const {
+  return locales_.find(std::string_view(locale.data(), locale.size())) != locales_.end();
+}
+
 std::string LocalizationBundle::operator()(std::string const& id, boost::string_view locale,
                                            std::error_code& ec) const {
   auto const texts = locales_.find(std::string_view(locale.data(), locale.size()));

@@ -39,6 +39,9 @@ class LocalizationBundle {
   /// Adds texts to a locale. An id that the locale already has keeps its text.
   void AddLocale(boost::string_view locale, Entries entries);
 
+  /// Whether texts of that locale were added.
+  bool HasLocale(boost::string_view locale) const;
+
   /// The template of an id. Sets `ec` to code 1 for a locale that the bundle does not have, to code 5 for an
   /// id that the locale does not have, and then gives an empty text.
   std::string operator()(std::string const& id, boost::string_view locale, std::error_code& ec) const;

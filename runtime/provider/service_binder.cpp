@@ -69,7 +69,7 @@ class BoundMethod final : public AsyncApiMethod {
 
   void Invoke(Data::DataValuePtr const& input, std::shared_ptr<Core::AsyncActivation> const& activation,
               Core::AsyncApiResultCb const& callback) const override {
-    if (localizer_ && !activation->localizer()) {
+    if (localizer_) {
       activation->localizer(localizer_);
     }
     auto const sink = std::make_shared<CallSink>(identifier_, activation, callback);

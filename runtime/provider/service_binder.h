@@ -30,7 +30,8 @@ struct OperationBinding {
 /// - an implementation that drops its result object without an answer is answered for with
 /// InternalServerError;
 /// - second answers are logged at priority 1 and dropped.
-/// `localizer` is given to calls that have none.
+/// `localizer` renders what the service answers; it takes the place of the transport's, which is for messages
+/// of its own.
 std::shared_ptr<AsyncApiInterface const> BindService(std::string const& service,
                                                      std::shared_ptr<L10n::Localizer const> const& localizer,
                                                      std::vector<OperationBinding> operations);

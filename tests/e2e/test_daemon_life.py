@@ -11,6 +11,7 @@ import pathlib
 import platform
 import re
 import resource
+import shutil
 import signal
 import socket
 import struct
@@ -350,21 +351,51 @@ def test_bad_locale_header_does_not_end_the_call(daemon: Daemon, rpc: Rpc, heade
     assert rpc(f"{TASKS}.list", **{header: "not a language"}) == {}
 
 
-def test_messages_come_in_the_callers_language(daemon: Daemon, rpc: Rpc) -> None:
-    folder = MODULES / "keeld-test" / "fr"
-    folder.mkdir(parents=True)
-    try:
-        (folder / "test.omsg").write_text('com.orbane.ryn.task.notfound.error = "Tâche {1} inconnue"\n')
-        answers = {}
-        for language in ("fr-CA, en;q=0.5", "en, fr;q=0.5", "xx", ""):
-            with pytest.raises(ApiError) as caught:
-                rpc(f"{TASKS}.get", {"task": "none"}, accept_language=language)
-            answers[language] = (caught.value.message, caught.value.data["messages"][0].get("localized"))
-        assert answers["fr-CA, en;q=0.5"] == ("Tâche none inconnue", "Tâche none inconnue")
-        english = answers["xx"][0]
-        assert "none" in english
-        assert all(answers[language] == (english, None) for language in ("en, fr;q=0.5", "xx", ""))
-    finally:
-        (folder / "test.omsg").unlink()
-        folder.rmdir()
-        folder.parent.rmdir()
+@pytest.fixture
+def french() -> Iterator[None]:
+    """A catalogue in another language, installed before the daemon needs any."""
+    folder = MODULES / "keeld-test"
+    (folder / "fr").mkdir(parents=True)
+    (folder / "fr" / "test.omsg").write_text(
+        'com.orbane.ryn.task.notfound.error = "Tâche {1} inconnue"\n'
+        'com.orbane.ryn.task.description = "Une tâche."\ncom.orbane.ryn.task.progress = "En cours."\n')
+    yield
+    shutil.rmtree(folder)
+
+
+def test_messages_come_in_the_callers_language(french: None, daemon: Daemon, rpc: Rpc) -> None:
+    answers = {}
+    for language in ("fr-CA, en;q=0.5", "en, fr;q=0.5", "xx", ""):
+        with pytest.raises(ApiError) as caught:
+            rpc(f"{TASKS}.get", {"task": "none"}, accept_language=language)
+        answers[language] = (caught.value.message, caught.value.data["messages"][0].get("localized"))
+    assert answers["fr-CA, en;q=0.5"] == ("Tâche none inconnue", "Tâche none inconnue")
+    english = answers["xx"][0]
+    assert "none" in english
+    assert all(answers[language] == (english, None) for language in ("en, fr;q=0.5", "xx", ""))
+
+
+def test_a_task_is_told_in_the_callers_language(french: None, daemon: Daemon, rpc: Rpc) -> None:
+    with TaskManager(str(DATABASE)) as tasks:
+        tasks.create_task("t")
+        tasks.start_task("t")
+    for language, texts in (("fr", ("Une tâche.", "En cours.")), ("de, fr;q=0.1", ("Une tâche.", "En cours.")),
+                            ("en", ("A lifecycle operation of this host.", "The operation is at work."))):
+        for told in (rpc(f"{TASKS}.get", {"task": "t"}, accept_language=language),
+                     rpc(f"{TASKS}.list", accept_language=language)["t"]):
+            assert (told["description"]["localized"], told["progress"]["message"]["localized"]) == texts
+            assert told["description"]["default_message"] == "A lifecycle operation of this host."
+
+
+def test_languages_without_catalogue_cost_no_search(daemon: Daemon, rpc: Rpc) -> None:
+    def ask(operation_id: str) -> None:
+        with pytest.raises(ApiError):
+            rpc(f"{TASKS}.get", {"task": "none"}, lumo_ctx_opid=operation_id,
+                accept_language="es, de, zh-CN, zh-TW, ko, ja, fr, en")
+
+    ask("first")  # loads the catalogues
+    log = SystemLog()
+    for number in range(5):
+        ask(f"later-{number}")
+    log.wait(r"\[opId=later-4\] Method failed")
+    assert log.find("The translator found") == []

@@ -299,17 +299,20 @@ TEST_F(ServiceBinder, AResultThatCannotBeAdaptedIsAnInternalError) {
                                       "com.orbane.test.sample.answer is not set."));
 }
 
-TEST_F(ServiceBinder, ACallWithoutALocalizerGetsTheServices) {
+TEST_F(ServiceBinder, TheServicesLocalizerTakesThePlaceOfTheTransports) {
   implementation->nothing = [this](auto const& result) {
     EXPECT_EQ(result.activation().get(), activation.get());
     EXPECT_EQ(result.activation()->localizer(), localizer);
     result({});
   };
   Call("nothing", nullptr);
-  EXPECT_EQ(answers.size(), 1U);
+  activation->localizer(std::make_shared<Lumo::L10n::Localizer const>());
+  Call("nothing", nullptr);
+  EXPECT_EQ(answers.size(), 2U);
 }
 
-TEST_F(ServiceBinder, ACallsOwnLocalizerStays) {
+TEST_F(ServiceBinder, WithoutOneOfTheServiceTheTransportsStays) {
+  service = Sample::AsyncServiceBinder::BindImplementation(implementation, nullptr);
   auto const own = std::make_shared<Lumo::L10n::Localizer const>();
   activation->localizer(own);
   implementation->nothing = [&own](auto const& result) {

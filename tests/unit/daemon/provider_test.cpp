@@ -9,6 +9,8 @@
 #include "apps/lifecycle/lumo/lumocpp/services.h"
 #include "platform/logging/test_only_log_capture.h"
 #include "runtime/core/activation.h"
+#include "runtime/errors/categories.h"
+#include "tests/unit/lifecycle_state.h"
 
 namespace {
 
@@ -35,6 +37,14 @@ constexpr MetadataFile kFiles[] = {
     {"keeld_lumo_authentication.json", "authn", "settings_lumo_authentication"},
 };
 
+/// Adds texts to the catalogues of a language and has them loaded.
+void InstallCatalogue(std::string const& language, std::string const& texts) {
+  static int count = 0;
+  std::string const folder = "/usr/lib/orbane/configmanager/apply_modules/provider_test/" + language;
+  LifecycleState::Put(folder + "/" + std::to_string(++count) + ".omsg", texts);
+  LifeCycle::GetDefaultMessage("com.orbane.test.in.no.catalogue");
+}
+
 class BuildProviderTest : public testing::Test {
  protected:
   BuildProviderTest() {
@@ -53,11 +63,12 @@ class BuildProviderTest : public testing::Test {
   /// The answer to one call, which must not come before the I/O context runs.
   std::shared_ptr<Lumo::Core::MethodResult const> Call(
       Lumo::Core::AsyncApiProvider& provider, std::string const& service, std::string const& operation,
-      DataValuePtr const& input = StructValue::GetInstance("")) {
+      DataValuePtr const& input = StructValue::GetInstance(""),
+      std::shared_ptr<Lumo::Core::AsyncActivation> const& activation =
+          Lumo::Core::AsyncActivation::GetInstance(nullptr)) {
     std::shared_ptr<Lumo::Core::MethodResult const> got;
     provider.Invoke(
-        std::make_shared<Lumo::Core::MethodIdentifier const>(service, operation), input,
-        Lumo::Core::AsyncActivation::GetInstance(nullptr),
+        std::make_shared<Lumo::Core::MethodIdentifier const>(service, operation), input, activation,
         Lumo::Core::AsyncApiResultCb([&got](auto const& result, auto const&, auto&&) { got = result; }));
     EXPECT_EQ(got, nullptr);
     io.restart();
@@ -102,6 +113,29 @@ TEST_F(BuildProviderTest, IntrospectionSeesTheFinishedProvider) {
             "AsyncLocalProvider");
 }
 
+TEST_F(BuildProviderTest, TaskTextsAreInTheCallersLanguage) {
+  InstallCatalogue("de", "com.orbane.ryn.task.description = \"Eine Aufgabe.\"\n");
+  LifecycleState::Reset();
+  LifeCycle::TaskStore(LifeCycle::kTaskStorePath, false).createTask("t", 5);
+  auto const input = StructValue::GetInstance("");
+  input->SetField("task", StringValue::GetInstance("t"));
+  auto const context = std::make_shared<Lumo::Core::ExecutionContext>();
+  context->applicationData()["accept-language"] = "de";
+  auto const activation = Lumo::Core::AsyncActivation::GetInstance(context);
+  std::error_code ec;
+  activation->localeSpec(Lumo::L10n::LocaleSpecHelpers::ExtractLocaleSpec(context, ec));
+  activation->localizer(Lumo::L10n::LocalizerHelpers::GetDefaultLocalizer());  // as the transport does
+  auto const result = Call(*Build(), "com.orbane.halo.tasks", "get", input, activation);
+  ASSERT_NE(result->output(), nullptr);
+  auto const* const description =
+      As<CompoundValue>(As<CompoundValue>(result->output().get())->Find("description"));
+  ASSERT_NE(description, nullptr);
+  auto const* const localized = As<OptionalValue>(description->Find("localized"));
+  ASSERT_NE(localized, nullptr);
+  ASSERT_NE(localized->Inner(), nullptr);
+  EXPECT_EQ(As<StringValue>(localized->Inner())->value(), "Eine Aufgabe.");
+}
+
 TEST_F(BuildProviderTest, UnknownServicesAreAnsweredByTheProviderAndAnnotated) {
   auto const result = Call(*Build(), "com.orbane.none", "get");
   ASSERT_NE(result->error(), nullptr);
@@ -144,6 +178,25 @@ TEST(BindServices, KeepsTheOrder) {
 
 TEST(CatalogueLocalizer, KnowsTheSupportedLanguages) {
   EXPECT_EQ(CatalogueLocalizer()->locales(), (Names{"en", "es", "de", "zh_CN", "zh_TW", "ko", "ja", "fr"}));
+}
+
+TEST(CatalogueLocalizer, LanguagesWithoutCatalogueCostNoSearch) {
+  InstallCatalogue("de", "com.orbane.test.known = \"bekannt\"\n");
+  auto const localizer = CatalogueLocalizer();
+  auto const get = [&localizer](std::string const& id, char const* language) {
+    std::error_code ec;
+    std::string const text = localizer->MessageTemplate(id, language, ec);
+    return ec ? ec.message() : text;
+  };
+  std::string const unsupported = make_error_code(Lumo::L10n::L10nErrc::LocaleNotSupported).message();
+  Orbane::TestOnlyLogCapture log;
+  for (char const* language : {"es", "zh_CN", "zh_TW", "ko", "ja", "fr", "it", ""}) {
+    for (int id = 0; id < 10; ++id) {
+      EXPECT_EQ(get("com.orbane.test." + std::to_string(id), language), unsupported) << language;
+    }
+  }
+  EXPECT_EQ(get("com.orbane.test.known", "de"), "bekannt");
+  EXPECT_EQ(log.texts(), Names());
 }
 
 using BuildProviderDeathTest = BuildProviderTest;

@@ -69,6 +69,17 @@ TEST(LocalizationBundle, LooksUpByLocaleAndId) {
   EXPECT_EQ(ec, make_error_code(L10nErrc::LocaleNotSupported));
 }
 
+TEST(LocalizationBundle, KnowsItsLocales) {
+  LocalizationBundle bundle;
+  std::error_code ec;
+  EXPECT_FALSE(bundle.HasLocale("en"));
+  bundle.AddLocale("en", Load("a = one", ec));
+  bundle.AddLocale("de", nullptr);
+  EXPECT_TRUE(bundle.HasLocale("en"));
+  EXPECT_TRUE(bundle.HasLocale("de"));
+  EXPECT_FALSE(bundle.HasLocale("e"));
+}
+
 TEST(LocalizationBundle, FirstTextOfAnIdStays) {
   LocalizationBundle bundle;
   std::error_code ec;

@@ -98,6 +98,26 @@ TEST_F(TranslatorTest, LoadsOnFirstNeedAndOnEachMiss) {
   EXPECT_EQ(log_.lines(), load);
 }
 
+TEST_F(TranslatorTest, HasLanguageLoadsOnceWhateverIsMissing) {
+  Put(english_ + "/a.omsg", "id = text\n");
+  Put(plugins_ + "/keeld/de/a.omsg", "id = Text\n");
+  Put(plugins_ + "/keeld/it/a.omsg", "id = testo\n");
+  EXPECT_FALSE(translator_.HasLanguage("it"));  // none of the eight
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_FALSE(translator_.HasLanguage("fr"));
+  EXPECT_TRUE(log_.Contains("The translator found 1 .omsg files in directory \"" + english_ + "\""));
+  log_.Clear();
+  Put(plugins_ + "/keeld/ja/a.omsg", "id = tekisuto\n");
+  for (char const* language : {"es", "zh_CN", "zh_TW", "ko", "ja", "fr"}) {
+    EXPECT_FALSE(translator_.HasLanguage(language)) << language;
+  }
+  EXPECT_TRUE(translator_.HasLanguage("en"));
+  EXPECT_TRUE(translator_.HasLanguage("de"));
+  EXPECT_TRUE(log_.lines().empty());
+  EXPECT_EQ(Get(translator_, "other"), kUnknown);  // loads
+  EXPECT_TRUE(translator_.HasLanguage("ja"));
+}
+
 TEST_F(TranslatorTest, WhatIsAddedLaterIsFoundAndNothingIsForgotten) {
   Put(english_ + "/a.omsg", "first = 1\n");
   EXPECT_EQ(Get(translator_, "first"), "1");

@@ -8,6 +8,7 @@
 
 #include "apps/lifecycle/lumo/lumocpp/services.h"
 #include "platform/logging/logging.h"
+#include "runtime/errors/categories.h"
 #include "runtime/introspection/metadata.h"
 #include "runtime/introspection/services.h"
 #include "runtime/provider/async_local_provider.h"
@@ -64,7 +65,12 @@ InterfaceList MetadataServices() {
 
 std::shared_ptr<Lumo::L10n::Localizer const> CatalogueLocalizer() {
   auto const templates = [](std::string const& id, boost::string_view locale, std::error_code& ec) {
-    return LifeCycle::GetMessage(id, std::string(locale.begin(), locale.end()), ec);
+    std::string const language(locale.begin(), locale.end());
+    if (!LifeCycle::HasLanguage(language)) {
+      ec = Lumo::L10n::L10nErrc::LocaleNotSupported;
+      return std::string();
+    }
+    return LifeCycle::GetMessage(id, language, ec);
   };
   return std::make_shared<Lumo::L10n::Localizer const>(LifeCycle::SupportedLanguages(), templates,
                                                        Lumo::L10n::LocalizerHelpers::GetDefaultFormatter(),
