@@ -1,5 +1,7 @@
 #include "platform/taskdb/sqlite_handle.h"
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -44,12 +46,14 @@ bool SqliteFailure::isDamage() const {
 }
 
 bool SqliteFailure::isFull() const {
-  return (code_ & 0xff) == SQLITE_FULL || code_ == SQLITE_IOERR_SHMSIZE || systemError_ == ENOSPC ||
-         systemError_ == EDQUOT;
+  return (code_ & 0xff) == SQLITE_FULL || isCannotOpen() || code_ == SQLITE_IOERR_WRITE ||
+         code_ == SQLITE_IOERR_SHMSIZE;
 }
 
-bool SqliteFailure::isGone() const {
-  return code_ == SQLITE_READONLY_DBMOVED || (isCannotOpen() && systemError_ == ENOENT);
+bool SqliteFailure::isGone(std::string const& path) const {
+  struct stat status {};
+  return code_ == SQLITE_READONLY_DBMOVED ||
+         (isCannotOpen() && lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR));
 }
 
 Statement::~Statement() {

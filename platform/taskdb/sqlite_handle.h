@@ -23,10 +23,12 @@ class SqliteFailure : public std::exception {
   bool isBusy() const;
   /// The content of the file makes no sense.
   bool isDamage() const;
-  /// The file system has no room.
+  /// The file system has no room, or may have none. SQLite knows ENOSPC of a write for what it is; a spent
+  /// quota is any failed write to it, and a journal that can't be made for want of room any file that can't
+  /// be opened (the errno is then that of its last attempt, for reading).
   bool isFull() const;
-  /// The file is not where it was, or never was.
-  bool isGone() const;
+  /// The file, at `path`, is not where it was, or never was.
+  bool isGone(std::string const& path) const;
   bool isCannotOpen() const { return (code_ & 0xff) == SQLITE_CANTOPEN; }
   bool isConstraint() const { return (code_ & 0xff) == SQLITE_CONSTRAINT; }
 

@@ -98,7 +98,7 @@ void SqliteTaskManager::Try(int retries, Work const& work, OnFullDisk onFullDisk
         mayUseReserve = false;
         continue;
       }
-      if (failure.isGone()) {
+      if (failure.isGone(path_)) {
         throw LifeCycle::TaskFileNotFoundError("cannot find \"" + path_ + "\"");
       }
       if (failure.isDamage()) {

@@ -18,7 +18,7 @@ from orbane_taskdb import (
     TaskManager,
     UnknownTaskError,
 )
-from orbane_taskdb.schema import APPLICATION_ID, CREATE_SCHEMA, SCHEMA_VERSION
+from orbane_taskdb.schema import APPLICATION_ID, CREATE_SCHEMA, PAGE_BYTES, SCHEMA_VERSION
 
 TIME = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z")
 GZIP = bytes([0x1F, 0x8B, 8, 0]) + bytes(range(256))
@@ -49,10 +49,12 @@ def both(path: Path, tasks: TaskManager, id: str) -> TaskInfo:
 
 def test_schemas_are_the_same() -> None:
     source = (ROOT / "platform/taskdb/schema.cpp").read_text()
-    assert CREATE_SCHEMA in source
+    assert source.count('R"sql(') == 1
+    assert f'R"sql({CREATE_SCHEMA})sql"' in source
     header = (ROOT / "platform/taskdb/schema.h").read_text()
     assert f"kApplicationId = 0x{APPLICATION_ID:x};" in header
     assert f"kSchemaVersion = {SCHEMA_VERSION};" in header
+    assert f"kPageBytes = {PAGE_BYTES};" in header
 
 
 def test_init_of_either_serves_the_other(path: Path) -> None:

@@ -2,16 +2,19 @@
 
 import contextlib
 import os
+import resource
 import signal
+import sqlite3
 import subprocess
 from pathlib import Path
-from typing import Iterator, List
+from typing import Iterator, List, Type
 
 import pytest
 
 from taskdb_cases import HELPER, hexadecimal, integrity, listed, run
 
-from orbane_taskdb import TaskDatabaseError, TaskManager
+from orbane_taskdb import AccessLockError, ParseError, TaskDatabaseError, TaskFileNotFoundError, TaskManager
+from orbane_taskdb.errors import is_busy, is_full, translate
 
 SUFFIXES = ("", "-wal", "-shm", "-reserve")
 
@@ -180,6 +183,110 @@ def test_a_failure_is_recorded_on_a_full_disk(small_disk: Path, language: str) -
         tasks.create_task("b")
         assert reserve.stat().st_size == 1024 * 1024, "it comes back when there is room"
     assert integrity(path) == "ok"
+
+
+@contextlib.contextmanager
+def files_up_to(size: int) -> Iterator[None]:
+    """A write beyond that many bytes of a file fails with EFBIG, which SQLite tells as little as a spent quota."""
+    before = resource.getrlimit(resource.RLIMIT_FSIZE)
+    resource.setrlimit(resource.RLIMIT_FSIZE, (size, before[1]))
+    try:
+        yield
+    finally:
+        resource.setrlimit(resource.RLIMIT_FSIZE, before)
+
+
+@pytest.mark.parametrize("language", ["C++", "Python"])
+def test_a_failed_write_of_an_end_takes_the_reserve_once(path: Path, language: str) -> None:
+    reserve = path.with_name(path.name + "-reserve")
+    error = '"' + "x" * 20_000 + '"'
+    with TaskManager(str(path)) as tasks:
+        tasks.init()
+        tasks.create_task("a")
+        tasks.close()
+        with files_up_to(path.stat().st_size + 4096):
+            if language == "C++":
+                done = subprocess.run([str(HELPER), str(path), "fail", "a", hexadecimal(error)], capture_output=True,
+                                      text=True, check=False, restore_signals=False)
+                assert done.returncode == 13 and "disk I/O error: File too large" in done.stderr
+            else:
+                with pytest.raises(TaskDatabaseError, match="disk I/O error"):
+                    tasks.fail_task("a", error)
+        assert not reserve.exists(), "it was given up for a further try"
+        assert tasks.get("a").status == "PENDING"
+        tasks.fail_task("a", error)
+        assert tasks.get("a").error == error
+        assert reserve.exists()
+
+
+@pytest.mark.parametrize("language", ["C++", "Python"])
+def test_a_failure_is_recorded_where_one_more_file_fits(tmp_path: Path, language: str) -> None:
+    """A journal is two files: the room of the second is that of the reserve."""
+    folder = tmp_path / "disk"
+    folder.mkdir()
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "nr_inodes=16,mode=0700", "tmpfs", str(folder)], check=True)
+    path = folder / "task-status.json.db"
+    try:
+        with TaskManager(str(path)) as tasks:
+            tasks.init()
+            tasks.create_task("a")
+            tasks.close()
+            taken = [folder / str(number) for number in range(16)]
+            with contextlib.suppress(OSError):
+                for filler in taken:
+                    filler.touch()
+            [filler for filler in taken if filler.exists()][-1].unlink()
+            with pytest.raises(AccessLockError):
+                tasks.start_task("a", retries=1)
+            tasks.close()
+            if language == "C++":
+                run(path, "fail", "a", hexadecimal("1"))
+            else:
+                tasks.fail_task("a", "1")
+            assert not path.with_name(path.name + "-reserve").exists()
+            for filler in taken:
+                filler.unlink(missing_ok=True)
+            assert listed(path)["a"].status == "FAILED"
+    finally:
+        subprocess.run(["umount", "-l", str(folder)], check=True)
+
+
+@pytest.mark.parametrize(
+    ("code", "busy", "full", "kind"),
+    [
+        (sqlite3.SQLITE_BUSY, True, False, AccessLockError),
+        (sqlite3.SQLITE_LOCKED, True, False, AccessLockError),
+        (sqlite3.SQLITE_PROTOCOL, True, False, AccessLockError),
+        (sqlite3.SQLITE_BUSY_SNAPSHOT, True, False, AccessLockError),
+        (sqlite3.SQLITE_CORRUPT, False, False, ParseError),
+        (sqlite3.SQLITE_NOTADB, False, False, ParseError),
+        (sqlite3.SQLITE_ERROR, False, False, ParseError),
+        (sqlite3.SQLITE_IOERR_SHORT_READ, False, False, ParseError),
+        (sqlite3.SQLITE_FULL, False, True, TaskDatabaseError),
+        (sqlite3.SQLITE_IOERR_WRITE, False, True, TaskDatabaseError),
+        (sqlite3.SQLITE_IOERR_SHMSIZE, False, True, TaskDatabaseError),
+        (sqlite3.SQLITE_IOERR_READ, False, False, TaskDatabaseError),
+        (sqlite3.SQLITE_READONLY, False, False, TaskDatabaseError),
+        (sqlite3.SQLITE_READONLY_DBMOVED, False, False, TaskFileNotFoundError),
+        (sqlite3.SQLITE_CANTOPEN, False, True, AccessLockError),
+    ],
+)
+def test_what_failures_of_sqlite_mean(path: Path, code: int, busy: bool, full: bool,
+                                      kind: Type[TaskDatabaseError]) -> None:
+    error = sqlite3.OperationalError("told")
+    error.sqlite_errorcode = code
+    path.touch()
+    assert (is_busy(error), is_full(error)) == (busy, full)
+    assert type(translate(error, str(path))) is kind
+    assert str(translate(error, str(path))) == f'cannot use the task database "{path}": told'
+
+
+def test_a_file_that_vanishes_before_it_is_opened_is_missing(path: Path) -> None:
+    error = sqlite3.OperationalError("unable to open database file")
+    error.sqlite_errorcode = sqlite3.SQLITE_CANTOPEN
+    assert type(translate(error, str(path))) is TaskFileNotFoundError
+    path.symlink_to("nowhere")
+    assert type(translate(error, str(path))) is AccessLockError
 
 
 def test_a_success_is_recorded_on_a_full_disk(small_disk: Path) -> None:

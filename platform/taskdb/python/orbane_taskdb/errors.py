@@ -1,5 +1,6 @@
 """What the task database raises."""
 
+import os
 import sqlite3
 
 
@@ -45,21 +46,31 @@ def is_busy(error: sqlite3.Error) -> bool:
 
 
 def is_full(error: sqlite3.Error) -> bool:
-    """True when the file system has no room."""
+    """True when the file system has no room, or may have none.
+
+    SQLite knows ENOSPC of a write for what it is; a spent quota is any failed write to it, and a journal that can't
+    be made for want of room any file that can't be opened.
+    """
     code = _extended_code(error)
-    return code & 0xFF == sqlite3.SQLITE_FULL or code == sqlite3.SQLITE_IOERR_SHMSIZE
+    return code & 0xFF in (sqlite3.SQLITE_FULL, sqlite3.SQLITE_CANTOPEN) or code in (
+        sqlite3.SQLITE_IOERR_WRITE,
+        sqlite3.SQLITE_IOERR_SHMSIZE,
+    )
 
 
-def is_gone(error: sqlite3.Error) -> bool:
-    """True when the file was removed under the connection."""
-    return _extended_code(error) == sqlite3.SQLITE_READONLY_DBMOVED
+def is_gone(error: sqlite3.Error, path: str) -> bool:
+    """True when the file is not where it was, or never was."""
+    code = _extended_code(error)
+    return code == sqlite3.SQLITE_READONLY_DBMOVED or (
+        code & 0xFF == sqlite3.SQLITE_CANTOPEN and not os.path.lexists(path)
+    )
 
 
 def translate(error: sqlite3.Error, path: str) -> TaskDatabaseError:
     """The exception of this package for a failure of SQLite that no retry helps."""
     code = _extended_code(error)
     text = f'cannot use the task database "{path}": {error}'
-    if is_gone(error):
+    if is_gone(error, path):
         return TaskFileNotFoundError(text)
     if code & 0xFF in _DAMAGE or code == sqlite3.SQLITE_IOERR_SHORT_READ:
         return ParseError(text)
