@@ -71,13 +71,16 @@ set(KEELD_TEST_ENVIRONMENT "KEELD_STAGE=${CMAKE_BINARY_DIR}/stage" "KEELD_BUILD=
     ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1
     TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1)
 
-# keeld_add_test(NAME [SANDBOX] [TIMEOUT seconds] COMMAND words...): a ctest entry with the environment all tests share.
-# SANDBOX: runs inside tests/sandbox/run, where the fixed paths, the services database and syslog are its own.
+# keeld_add_test(NAME [SANDBOX|BARE] [TIMEOUT seconds] COMMAND words...): a ctest entry with the environment all tests
+# share. SANDBOX: runs inside tests/sandbox/run, where the fixed paths, the services database and syslog are its own.
+# BARE: the same, on a host that has still to get the product.
 function(keeld_add_test name)
-  cmake_parse_arguments(arg "SANDBOX" "TIMEOUT" "COMMAND" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX;BARE" "TIMEOUT" "COMMAND" ${ARGN})
   set(launcher ${KEELD_TEST_LAUNCHER})
   if(arg_SANDBOX)
     list(APPEND launcher "${CMAKE_SOURCE_DIR}/tests/sandbox/run")
+  elseif(arg_BARE)
+    list(APPEND launcher "${CMAKE_SOURCE_DIR}/tests/sandbox/run" --bare --keep "${CMAKE_BINARY_DIR}")
   endif()
   if(NOT arg_TIMEOUT)
     set(arg_TIMEOUT 300)
@@ -109,11 +112,11 @@ function(keeld_unit_test name)
                  COMMAND $<TARGET_FILE:unit_${name}> "--gtest_output=xml:${CMAKE_BINARY_DIR}/reports/unit.${name}.xml")
 endfunction()
 
-# keeld_pytest(NAME [SANDBOX] [NATIVE] [TIMEOUT seconds] [FILES file...]): one ctest entry py.NAME that runs the given
+# keeld_pytest(NAME [SANDBOX|BARE] [NATIVE] [TIMEOUT seconds] [FILES file...]): one ctest entry py.NAME that runs the given
 # test files, all test_*.py of the current folder by default. NATIVE: they run C++ programs of the build, so that they
 # are of use in sanitizer builds too.
 function(keeld_pytest name)
-  cmake_parse_arguments(arg "SANDBOX;NATIVE" "TIMEOUT" "FILES" ${ARGN})
+  cmake_parse_arguments(arg "SANDBOX;BARE;NATIVE" "TIMEOUT" "FILES" ${ARGN})
   if(KEELD_SANITIZE AND NOT arg_NATIVE)
     return()
   endif()
@@ -123,6 +126,8 @@ function(keeld_pytest name)
   set(options TIMEOUT ${arg_TIMEOUT})
   if(arg_SANDBOX)
     list(APPEND options SANDBOX)
+  elseif(arg_BARE)
+    list(APPEND options BARE)
   endif()
   keeld_add_test(py.${name} ${options}
                  COMMAND /usr/bin/python3 -m pytest -q -p no:cacheprovider --rootdir "${CMAKE_SOURCE_DIR}"

@@ -48,6 +48,7 @@ def test_death_by_signal_is_128_plus_its_number() -> None:
     (["--frobnicate", "true"], 125, "unknown option --frobnicate"),
     (["--stage"], 125, "--stage needs a folder"),
     (["--stage", "/no/such/folder", "true"], 125, "/no/such/folder is not a folder"),
+    (["--stage", "/usr", "--bare", "true"], 125, "--bare and --stage exclude each other"),
     (["/no/such/program"], 127, "cannot run /no/such/program: No such file or directory"),
     (["/etc/passwd"], 126, "cannot run /etc/passwd: Permission denied"),
 ])
@@ -117,6 +118,20 @@ def test_host_has_the_service_the_accounts_and_no_way_out() -> None:
     addresses = shell("cat /proc/net/fib_trie").stdout
     assert "127.0.0.1" in addresses
     assert shell("cat /proc/net/route").stdout.count("\n") == 1
+
+
+@pytest.mark.skipif(os.path.exists("/usr/sbin/keeld"), reason="this machine has the product itself")
+def test_bare_host_has_nothing_of_the_product() -> None:
+    result = shell("getent services keeld; find /etc /run /usr/lib /usr/sbin /var -xdev "
+                   "'(' -name orbane -o -name keeld -o -name keeld.service ')'; ls /dev/log", "--bare")
+    assert result.stdout.split() == ["/dev/log"]
+
+
+def test_bare_host_has_the_machines_accounts_and_services() -> None:
+    result = shell("for f in passwd shadow services; do sha256sum </etc/$f; done; stat -c %a /etc/shadow", "--bare")
+    assert result.stdout == subprocess.run(
+        ["/bin/sh", "-c", "for f in passwd shadow services; do sha256sum </etc/$f; done; stat -c %a /etc/shadow"],
+        capture_output=True, text=True, check=True).stdout
 
 
 def test_system_log_is_real_and_its_own() -> None:
