@@ -57,7 +57,7 @@ def test_connection_budget_fits_the_descriptor_limit(service: configparser.Secti
 
 @pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd is not installed")
 def test_systemd_understands_the_unit() -> None:
-    result = subprocess.run(["systemd-analyze", "verify", str(UNIT)], capture_output=True, text=True, check=False)
+    result = subprocess.run(["systemd-analyze", "verify", "--man=no", str(UNIT)], capture_output=True, text=True, check=False)
     complaints = [line for line in result.stderr.splitlines() if "keeld.service" in line]
     assert complaints == [] and result.returncode == 0, result.stderr
 
