@@ -7,6 +7,7 @@
 #include "platform/logging/logging.h"
 #include "runtime/core/activation.h"
 #include "security/audit_context.h"
+#include "security/user_pass_security_context_reader.h"
 
 namespace Lumo::Observer {
 namespace {
@@ -17,7 +18,6 @@ constexpr std::uint32_t kFailure = 1;
 constexpr std::uint32_t kAuthenticationFailed = 2;
 constexpr std::uint32_t kAccessDenied = 3;
 
-constexpr char kUserPassScheme[] = "com.orbane.lumo.std.security.user_pass";
 /// Stands for a caller that shows a ticket, which is the user name and the password at once.
 constexpr char kUnknownUser[] = "@unknown";
 
@@ -39,16 +39,9 @@ std::string ClaimedUser(Core::AsyncActivation const& activation) {
   if (!activation.executionContext()) {
     return {};
   }
-  Core::SecurityContext const& context = activation.executionContext()->securityContext();
-  if (context.schemeId != kUserPassScheme) {
-    return {};
-  }
-  auto const entry = [&context](char const* name) {
-    auto const found = context.entries.find(name);
-    return found == context.entries.end() ? std::string() : found->second;
-  };
-  std::string user = entry("userName");
-  return user == entry("password") ? kUnknownUser : user;
+  Core::UserPassSecurityContextReader const reader(activation.executionContext()->securityContext());
+  std::string user = reader.userName();
+  return reader.isUserPass() && user == reader.password() ? kUnknownUser : user;
 }
 
 void Feed(Api::CallObserver& observer, Core::MethodIdentifier const& method,

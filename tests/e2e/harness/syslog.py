@@ -22,6 +22,22 @@ class Entry:
     text: str
 
 
+def entries_of(path: pathlib.Path, start: int, tag: str) -> list[Entry]:
+    """All complete lines of the given tag in the file `path` from the byte `start` on."""
+    if not path.exists():
+        return []
+    with path.open("rb") as file:
+        file.seek(start)
+        text = file.read().decode("utf-8", "replace")
+    found = []
+    for line in text.split("\n")[:-1]:
+        match = _LINE.fullmatch(line)
+        assert match, f"not a line of the system log: {line!r}"
+        if match["tag"] == tag:
+            found.append(Entry(match["facility"], match["severity"], match["tag"], match["text"]))
+    return found
+
+
 class SystemLog:
     """The lines that came since this object was made."""
 
@@ -30,18 +46,7 @@ class SystemLog:
 
     def entries(self, tag: str = "keeld") -> list[Entry]:
         """All complete lines of the given tag."""
-        if not LOG.exists():
-            return []
-        with LOG.open("rb") as file:
-            file.seek(self._start)
-            text = file.read().decode("utf-8", "replace")
-        found = []
-        for line in text.split("\n")[:-1]:
-            match = _LINE.fullmatch(line)
-            assert match, f"not a line of the system log: {line!r}"
-            if match["tag"] == tag:
-                found.append(Entry(match["facility"], match["severity"], match["tag"], match["text"]))
-        return found
+        return entries_of(LOG, self._start, tag)
 
     def texts(self) -> list[str]:
         """The daemon's texts."""

@@ -1,0 +1,34 @@
+"""Credentials as callers send them, and tickets as root issues them."""
+
+from __future__ import annotations
+
+import base64
+import datetime
+import hashlib
+import json
+import pathlib
+import secrets
+
+TICKETS = pathlib.Path("/run/orbane/tickets")
+USER, PASSWORD = "operator", "correct horse"  # an account of the sandbox
+
+
+def basic(user: str | bytes, password: str | bytes) -> dict[str, str]:
+    """The header that carries a user name and a password."""
+    both = b":".join(text.encode() if isinstance(text, str) else text for text in (user, password))
+    return {"Authorization": "Basic " + base64.b64encode(both).decode()}
+
+
+def issue_ticket(service: str = "Lifecycle", seconds: float = 300) -> str:
+    """Puts a new ticket that expires in `seconds` in place and returns its text."""
+    ticket = secrets.token_urlsafe(32)
+    expires = datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(seconds=seconds)
+    path = TICKETS / hashlib.sha256(ticket.encode()).hexdigest()
+    path.touch(mode=0o600)
+    path.write_text(json.dumps({"service": service, "expires": expires.strftime("%Y-%m-%dT%H:%M:%S.000Z")}))
+    return ticket
+
+
+def ticket_header(ticket: str) -> dict[str, str]:
+    """The header that carries a ticket."""
+    return basic(ticket, ticket)
