@@ -55,17 +55,23 @@ def _bound(packages: Iterable[Package]) -> Iterable[Service]:
 def _cli(packages: list[Package]) -> dict[str, Any]:
     commands = sorted((operation for service in _bound(packages) for operation in service.operations if operation.cli),
                       key=lambda operation: operation.cli)
+    return {
+        "namespaces": [{"path": list(path[:-1]), "name": path[-1], "description": doc}
+                       for path, doc in command_namespaces(commands).items()],
+        "commands": [_command(operation) for operation in commands],
+    }
+
+
+def command_namespaces(commands: Iterable[Operation]) -> dict[tuple[str, ...], str]:
+    """What the words in front of the last one of commands stand for, by those words and sorted: the service that the
+    operation belongs to, and in front of that its package."""
     spaces: dict[tuple[str, ...], str] = {}
     for operation in commands:
         path = operation.cli[:-1]
         spaces[path] = operation.service.doc
         for length in range(1, len(path)):
             spaces.setdefault(path[:length], operation.service.package.doc)
-    return {
-        "namespaces": [{"path": list(path[:-1]), "name": path[-1], "description": doc}
-                       for path, doc in sorted(spaces.items()) if path],
-        "commands": [_command(operation) for operation in commands],
-    }
+    return {path: doc for path, doc in sorted(spaces.items()) if path}
 
 
 def _command(operation: Operation) -> dict[str, Any]:

@@ -8,6 +8,7 @@ import textwrap
 from typing import Iterator
 
 from . import names
+from .metadata import command_namespaces
 from .model import Declared, Definition, Enumeration, Field, Operation, Structure, Type
 
 _FILE = "python/keeld_client/_generated.py"
@@ -20,8 +21,8 @@ Structures are dictionaries in the direct JSON form: an optional field that is u
 "2024-02-29T12:00:00.125Z", enumerators are their names. An enumeration may hold a text that this version doesn't know.
 
 OPERATIONS holds all operations by identifier, COMMANDS the same by the words of the command line, ENUMERATIONS the
-enumerators and STRUCTURES the fields of each type by its identifier, SERVICES what each service is for, and ERROR_CODES
-the number of each error in JSON-RPC answers.
+enumerators and STRUCTURES the fields of each type by its identifier, NAMESPACES what the words in front of a command's
+last one stand for, and ERROR_CODES the number of each error in JSON-RPC answers.
 """
 
 from __future__ import annotations
@@ -105,9 +106,9 @@ def _module(definition: Definition) -> Iterator[str]:
             yield from _parameters(structure.all_fields)
             yield "    ),"
     yield "}"
-    yield "\nSERVICES: dict[str, str] = {"
-    for service in definition.services():
-        yield f"    {_text(service.full_name)}: {_text(service.doc)},"
+    yield "\nNAMESPACES: dict[tuple[str, ...], str] = {"
+    for path, doc in command_namespaces(operation for operation in definition.operations() if operation.cli).items():
+        yield f"    {_tuple(path)}: {_text(doc)},"
     yield "}"
     yield "\nOPERATIONS: dict[str, Operation] = {"
     for operation in definition.operations():

@@ -10,7 +10,7 @@ import pytest
 
 from conftest import FakeDaemon, Fault
 from keeld_client import _generated
-from keeld_client._generated import COMMANDS, ENUMERATIONS, Operation, Parameter
+from keeld_client._generated import COMMANDS, ENUMERATIONS, OPERATIONS, Operation, Parameter
 from keeld_client.cli import catalogue, values
 from keeld_client.cli import main as cli
 from keeld_client.cli.command import options_of
@@ -49,7 +49,7 @@ def sample(monkeypatch: pytest.MonkeyPatch) -> None:
     found = dict(COMMANDS)
     found.update({entry.command: entry for entry in (ALL_TYPES, LONG_TASK, READ)})
     monkeypatch.setattr(catalogue, "COMMANDS", found)
-    monkeypatch.setitem(_generated.SERVICES, "com.orbane.test.sample", "Samples, 100% of them.")
+    monkeypatch.setitem(_generated.NAMESPACES, ("sample", "parts"), "Samples, 100% of them.")
 
 
 def run(daemon: FakeDaemon, words: str, *options: str) -> int:
@@ -59,6 +59,7 @@ def run(daemon: FakeDaemon, words: str, *options: str) -> int:
 def test_each_operation_has_its_command(capsys: pytest.CaptureFixture[str]) -> None:
     commands = {command.words: command for command in catalogue.all_commands()}
     assert COMMANDS and set(COMMANDS) <= set(commands)
+    assert set(OPERATIONS.values()) == set(COMMANDS.values())
     for words, entry in COMMANDS.items():
         assert commands[words].operation is entry
         assert cli.main([*words, "--help"]) == 0

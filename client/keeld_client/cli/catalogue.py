@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from .._generated import COMMANDS, SERVICES
+from .._generated import COMMANDS, NAMESPACES
 from . import generic, inventory, software, tasks, ticket
 from .command import Command
 
@@ -20,7 +20,7 @@ def all_commands() -> list[Command]:
 
 def groups() -> dict[tuple[str, ...], str]:
     """What the words in front of a command's last one stand for."""
-    texts = {operation.command[:-1]: SERVICES[operation.service] for operation in COMMANDS.values()}
+    texts = dict(NAMESPACES)
     for front in _FRONTS:
         texts.update(front.GROUPS)
     return texts

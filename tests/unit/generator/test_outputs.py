@@ -169,8 +169,9 @@ def test_python_models(out: Path) -> None:
     assert [(f.name, f.type, f.required) for f in models.STRUCTURES["com.orbane.ryn.keel_daemon.software_spec"]] == [
         ("base_image", "com.orbane.ryn.keel_daemon.base_image_spec", True), ("components", "map<string, string>", False),
         ("solutions", "map<string, com.orbane.ryn.keel_daemon.solution_spec>", False)]
-    assert {operation.service for operation in models.OPERATIONS.values()} <= set(models.SERVICES)
-    assert all(models.SERVICES.values())
+    assert models.NAMESPACES["introspection",] == "What the server offers."
+    assert models.NAMESPACES["introspection", "service"] == "The services of the server."
+    assert {words[:length] for words in models.COMMANDS for length in range(1, len(words))} == set(models.NAMESPACES)
     assert models.HaloTaskInfo.__annotations__["status"].__forward_arg__ == "str"
     assert models.HaloTaskInfo.__annotations__["end_time"].__forward_arg__ == "NotRequired[str]"
 
