@@ -51,6 +51,12 @@ def test_tools_keep_the_capabilities_they_need(service: configparser.SectionProx
     assert capability not in dropped[1:].split()
 
 
+def test_tools_are_no_danger_to_the_daemon(service: configparser.SectionProxy) -> None:
+    assert service["OOMPolicy"] == "continue"
+    assert "Delegate" not in service
+    assert service["UMask"] == "0077"
+
+
 def test_connection_budget_fits_the_descriptor_limit(service: configparser.SectionProxy) -> None:
     assert int(service["LimitNOFILE"]) >= 10_000 + 100
 
