@@ -60,8 +60,11 @@ RunCommandResult RunCommand(std::string const& command, std::string const* stand
 
   errno = 0;
   ZekuserPipe* pipe = nullptr;
-  int const started = ZekuserCompat_POpen_SpawnAttrs(attributes.get(), command.c_str(),
-                                                     standardInput != nullptr ? "w" : "r", &pipe);
+  // A command text with a NUL is none; as a C string it would be run without what stands behind.
+  int const started = command.find('\0') != std::string::npos
+                          ? EINVAL
+                          : ZekuserCompat_POpen_SpawnAttrs(attributes.get(), command.c_str(),
+                                                           standardInput != nullptr ? "w" : "r", &pipe);
   if (started != 0) {
     char text[256] = {};
     ZekuserStatus_CodeToString(started, text, sizeof text, 0);

@@ -3,9 +3,9 @@
 from __future__ import annotations
 
 from pathlib import Path
-from typing import Sequence
+from typing import Callable, Sequence
 
-from orbane_stow import paths, results
+from orbane_stow import acceptance, paths, results
 from orbane_stow.composition import (Composition, DeployedSource, HostSource, Resolved, change_impact, resolve)
 from orbane_stow.compose import compose
 from orbane_stow.deploy import deploy, keep_refs, tidy
@@ -52,8 +52,10 @@ class _Work:
         return resolved if deployed and resolved.composition.identity() == deployed.identity() else None
 
     def resolve(self, spec: SoftwareSpec, addresses: Sequence[str], deployed: Composition | None) -> Resolved:
-        """The wanted composition by what the depots offer."""
+        """The wanted composition by what the depots offer; raises `AcceptanceError` for one that is below the host's
+        level."""
         resolved = resolve(spec, HostSource(DepotSet(addresses, self.task.termination.check), deployed))
+        acceptance.check_composition(resolved.composition, acceptance.read_level())
         self.progress.step("resolve")
         return resolved
 
@@ -73,16 +75,25 @@ class _Work:
 def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bool) -> str:
     """Makes the image of the spec the one in use. The result is void."""
     spec = read_spec(spec_path)
+    change(task, lambda _deployed: spec, addresses, quick_patch)
+    return ""
+
+
+def change(task: Task, wanted: Callable[[Composition | None], SoftwareSpec], addresses: Sequence[str],
+           quick_patch: bool) -> None:
+    """Makes the image that `wanted` gives for the one in use the next one in use. `wanted` is called under the image
+    root's lock, so that nothing can come in between."""
     for address in addresses:
         DepotUrl(address)
     work = _Work(task, resolve=3, pull=82, compose=5, deploy=8, tidy=2)
     with work.image.locked():
         deployed = work.image.read()
+        spec = wanted(deployed)
         same = work.resolve_on_host(spec, deployed)
         resolved = same or work.resolve(spec, addresses, deployed)
         if deployed and resolved.composition.identity() == deployed.identity():
             task.notify(NOTHING, _image_name(deployed))
-            return ""
+            return
         previous = work.image.deployment()
         try:
             work.pull(resolved)
@@ -100,7 +111,6 @@ def apply(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: bo
         live = impact != "REBOOT" and _bring_live(work, running, previous, commit)
         task.notify(APPLIED if deployed else FIRST, _image_name(resolved.composition))
         _tell_impact(task, impact, quick_patch, live, work.image.boots_host())
-    return ""
 
 
 def stage(task: Task, spec_path: Path, addresses: Sequence[str]) -> str:

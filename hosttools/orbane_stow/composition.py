@@ -56,6 +56,8 @@ class Source(Protocol):
 
     def base(self, version: str) -> Offer: ...
 
+    def named_base(self, name: str, version: str) -> Offer: ...
+
     def component(self, name: str, version: str) -> Offer: ...
 
     def solution(self, name: str, version: str) -> Offer: ...
@@ -72,7 +74,8 @@ class Resolved:
 def resolve(spec: SoftwareSpec, source: Source) -> Resolved:
     """Finds every part that the spec wants. Raises what `source` raises, and `ComponentVersionConflictError` when spec
     and solutions want different versions of one component."""
-    base = source.base(spec.base_version)
+    base = (source.named_base(spec.base_name, spec.base_version) if spec.base_name
+            else source.base(spec.base_version))
     wanted = dict(spec.components)
     solutions = {}
     for name, choice in sorted(spec.solutions.items()):
@@ -99,6 +102,11 @@ class DeployedSource:
             raise BaseMissingError(version) if version else BaseUnsetError()
         if version not in ("", self._deployed.base.version):
             raise BaseMissingError(version)
+        return _held(self._deployed.base)
+
+    def named_base(self, name: str, version: str) -> Offer:
+        if self._deployed is None or (name, version) != (self._deployed.base.name, self._deployed.base.version):
+            raise BaseMissingError(f"{name} {version}".rstrip())
         return _held(self._deployed.base)
 
     def component(self, name: str, version: str) -> Offer:
@@ -132,6 +140,12 @@ class HostSource:
         if version or offer.part.checksum == self._deployed.base.checksum:
             return offer  # also for a base that stays: the depot can mend what is damaged on the host
         return self._held.base(version)
+
+    def named_base(self, name: str, version: str) -> Offer:
+        try:
+            return self._depots.named_base(name, version)
+        except BaseMissingError:
+            return self._held.named_base(name, version)
 
     def component(self, name: str, version: str) -> Offer:
         try:

@@ -132,6 +132,17 @@ class DepotSet:
             raise BaseAmbiguousError(version, ", ".join(names))
         return self._offer(BASE, names[0], version, BaseMissingError(version))
 
+    def named_base(self, name: str, version: str) -> Offer:
+        """The base image of a name; an empty version means the newest."""
+        version = version or self._newest(BASE, name)
+        return self._offer(BASE, name, version, BaseMissingError(f"{name} {version}".rstrip()))
+
+    def offers(self, kind: str) -> list[Offer]:
+        """All parts of a kind, by name and version."""
+        found = {(name, version) for offered, name, version in self._offered() if offered == kind}
+        return [self._offer(kind, name, version, BaseMissingError(version))
+                for name, version in sorted(found, key=lambda part: (part[0], version_key(part[1]), part[1]))]
+
     def component(self, name: str, version: str) -> Offer:
         """A component; an empty version means the newest."""
         version = version or self._newest(COMPONENT, name)

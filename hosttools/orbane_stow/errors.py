@@ -138,3 +138,33 @@ class StateDirError(StowError):
     """{1} path, {2} reason."""
 
     message_id = "com.orbane.ryn.stow.state.error"
+
+
+class AcceptanceError(StowError):
+    """{1} pak, {2} part, {3} its acceptance level, {4} that of the host."""
+
+    message_id = "com.orbane.ryn.stow.acceptance.error"
+
+
+class AcceptanceFileError(StowError):
+    """{1} path, {2} reason."""
+
+    message_id = "com.orbane.ryn.stow.acceptance.file.error"
+
+
+class NotThereError(StowError):
+    """{1} what was asked for."""
+
+    message_id = "com.orbane.ryn.stow.notthere.error"
+
+
+class NeededError(StowError):
+    """{1} a component that shall go, {2} the solution that it belongs to."""
+
+    message_id = "com.orbane.ryn.stow.component.needed.error"
+
+
+class CannotDoError(StowError):
+    """{1} a command that this host's image manager has no way to carry out, {2} what to do instead."""
+
+    message_id = "com.orbane.ryn.stow.cannotdo.error"

@@ -12,7 +12,9 @@ SPEC_PREFIX = "swspec-"
 LIVE_IMAGE = Path("/run/orbane/lifecycle.live-image")
 PREFERENCES = Path("/etc/orbane/preferences.conf")
 DEFAULT_IMAGE_ROOT = "/var/lib/orbane/sysroot"
+ACCEPTANCE_FILE = Path("/var/lib/orbane/acceptance-level")
 CATALOGUE_DIR = Path("/usr/lib/orbane/configmanager/locale/en")
+PLUGIN_DIR = Path("/usr/lib/orbane/ryncli/int/ext")
 
 
 def spec_file(task_id: str) -> Path:

@@ -5,10 +5,11 @@ from __future__ import annotations
 from pathlib import Path
 from typing import Any, Sequence
 
-from orbane_stow import paths
+from orbane_stow import acceptance, paths
 from orbane_stow.composition import Composition, HostSource, Resolved, change_impact, resolve
 from orbane_stow.depot import DepotSet, Offer
-from orbane_stow.errors import (BaseMissingError, ComponentMissingError, SolutionMissingError, StowError)
+from orbane_stow.errors import (AcceptanceError, BaseMissingError, ComponentMissingError, SolutionMissingError,
+                                StowError)
 from orbane_stow.image import ImageRoot
 from orbane_stow.live import running_image
 from orbane_stow.parts import BASE, COMPONENT, IMPACTS, SOLUTION, Part
@@ -32,6 +33,7 @@ def scan(task: Task, spec_path: Path, addresses: Sequence[str], quick_patch: boo
     progress.step("read")
     source = _TolerantSource(HostSource(DepotSet(addresses, task.termination.check), deployed), task)
     resolved = resolve(spec, source)
+    source.refuse_below(acceptance.read_level(), resolved.composition)
     progress.step("resolve")
     if deployed is not None and running_image(image) != image.deployment().get_csum():
         task.notify(PENDING_REBOOT, kind=WARNING)
@@ -55,6 +57,12 @@ class _TolerantSource:
                 raise
             return self._stand_in(BASE, "", version, error)
 
+    def named_base(self, name: str, version: str) -> Offer:
+        try:
+            return self._source.named_base(name, version)
+        except BaseMissingError as error:
+            return self._stand_in(BASE, "", version, error)
+
     def component(self, name: str, version: str) -> Offer:
         try:
             return self._source.component(name, version)
@@ -66,6 +74,15 @@ class _TolerantSource:
             return self._source.solution(name, version)
         except SolutionMissingError as error:
             return self._stand_in(SOLUTION, name, version, error)
+
+    def refuse_below(self, level: str, composition: Composition) -> None:
+        """Parts with a pak below the acceptance level cannot be had either."""
+        for part in composition.parts():
+            try:
+                acceptance.check_part(part, level)
+            except AcceptanceError as error:
+                self.missing.add(f"{part.kind}/{'' if part.kind == BASE else part.name}")
+                self._task.notify(error.message_id, *error.args, kind=ERROR)
 
     def _stand_in(self, kind: str, name: str, version: str, error: StowError) -> Offer:
         self.missing.add(f"{kind}/{name}")

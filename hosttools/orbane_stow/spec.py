@@ -29,11 +29,16 @@ class SolutionChoice:
 
 @dataclass(frozen=True)
 class SoftwareSpec:
-    """The wanted image. `base_version` empty: the deployed one; a component's version empty: the newest."""
+    """The wanted image. `base_version` empty: the deployed one; a component's version empty: the newest.
+
+    `base_name` is never in a document: it names the base image where its version alone doesn't tell which is meant. An
+    empty version is then the newest of that name.
+    """
 
     base_version: str
     components: dict[str, str]
     solutions: dict[str, SolutionChoice]
+    base_name: str = ""
 
 
 def read_spec(path: Path) -> SoftwareSpec:

@@ -37,7 +37,12 @@ def pytest_configure(config: pytest.Config) -> None:
     _install(ROOT / "hosttools" / "orbane_stow", PYTHON_DIR / "orbane_stow")
     _install(ROOT / "platform" / "taskdb" / "python" / "orbane_taskdb", PYTHON_DIR / "orbane_taskdb")
     _install(ROOT / "hosttools" / "bin" / "stowctl.py", BIN_DIR / "stowctl.py")
-    _install(ROOT / "hosttools" / "bin" / "keel-depot", Path("/usr/bin/keel-depot"))
+    for tool in ("keel-depot", "ryncli", "nearcli"):
+        _install(ROOT / "hosttools" / "bin" / tool, Path("/usr/bin") / tool)
+    plugin = "ryncli-softwareinternal.xml"
+    plugins = Path("/usr/lib/orbane/ryncli/int/ext")
+    plugins.mkdir(parents=True, exist_ok=True)
+    shutil.copy(ROOT / "hosttools" / "plugins" / plugin, plugins)  # a link would be none
     _install(ROOT / "catalogues" / "en" / "stow.omsg", Path("/usr/lib/orbane/configmanager/locale/en/stow.omsg"))
 
 

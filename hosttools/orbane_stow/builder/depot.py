@@ -14,6 +14,7 @@ from orbane_stow.builder.errors import DepotError
 from orbane_stow.builder.manifest import PartFolder
 from orbane_stow.depot import Offer, offer_from_commit
 from orbane_stow.ostree import Gio, GLib, OSTree
+from orbane_stow.part_xml import add_part, document
 from orbane_stow.parts import METADATA_KEY, PartFormatError, parse_ref
 
 INDEX_NAME = "index.xml"
@@ -140,22 +141,10 @@ class LocalDepot:
     def _write_index(self) -> None:
         root = xml.Element("depot")
         for offer in self.offers():
-            part = offer.part
-            element = xml.SubElement(root, part.kind, {
-                "name": part.name, "version": part.version, "display-name": part.display_name,
-                "display-version": part.display_version, "vendor": part.vendor, "release-date": part.release_date,
-                "impact": part.impact, "commit": part.checksum})
-            for platform in part.platforms:
-                xml.SubElement(element, "platform", {"name": platform})
-            for name, version in sorted(part.components.items()):
-                xml.SubElement(element, "component-ref", {"name": name, "version": version})
-            for pak in part.paks:
-                xml.SubElement(element, "pak", {"name": pak.name, "version": pak.version, "size": str(pak.size),
-                                                "acceptance": pak.acceptance})
-        xml.indent(root)
+            add_part(root, offer.part, commit=offer.part.checksum)
         beside = self.path / f".{INDEX_NAME}.new"
         with open(beside, "wb") as file:
-            file.write(xml.tostring(root, encoding="utf-8", xml_declaration=True) + b"\n")
+            file.write(document(root))
             file.flush()
             os.fsync(file.fileno())
         os.rename(beside, self.path / INDEX_NAME)

@@ -73,6 +73,17 @@ TEST_F(CommandRunner, WritingIsOneWriteOfTheWholeText) {
                                                      {3, "[RunCommand] Command return code 0"}}));
 }
 
+TEST_F(CommandRunner, TextWithANulIsNoCommand) {
+  FakeProcess::Reset({});
+  EXPECT_EQ(RunCommand(std::string("tool a\0b", 8), nullptr, nullptr),
+            (RunCommandResult{LifeCycle::RunSpawnFailed, EINVAL}));
+  EXPECT_THAT(FakeProcess::Calls(), testing::Not(testing::Contains(testing::StartsWith("open"))));
+  EXPECT_EQ(log_.lines(),
+            (std::vector<CapturedLine>{
+                {3, "[RunCommand] About to run command tool a"},
+                {0, "[RunCommand] Could not start command: tool a, error: status 22 of 256, 0"}}));
+}
+
 TEST_F(CommandRunner, BothPointersNullReadsNothing) {
   int const fd = PipeHolding("unread");
   FakeProcess::Reset({.fd = fd, .waitStatus = 3 << 8});

@@ -171,9 +171,9 @@ TEST(BindServices, KeepsTheOrder) {
   for (auto const& api : BindServices(Lumo::L10n::LocalizerHelpers::GetDefaultLocalizer())) {
     names.push_back(*api->identifier());
   }
-  EXPECT_EQ(names,
-            (Names{"com.orbane.halo.tasks", "com.orbane.ryn.hosts.software.ryn",
-                   "com.orbane.ryn.hosts.software.components", "com.orbane.ryn.keel_daemon.software"}));
+  EXPECT_EQ(names, (Names{"com.orbane.halo.tasks", "com.orbane.ryn.hosts.software.ryn",
+                          "com.orbane.ryn.hosts.software.components", "com.orbane.ryn.keel_daemon.software",
+                          "com.orbane.ryn.keel_daemon.data_processing_unit.ryncli"}));
 }
 
 TEST(CatalogueLocalizer, KnowsTheSupportedLanguages) {

@@ -216,6 +216,7 @@ INPUTS = {
     "com.orbane.ryn.hosts.software.components.get": "host? component",
     "com.orbane.ryn.hosts.software.components.list": "host?",
     "com.orbane.ryn.hosts.software.ryn.get": "host?",
+    "com.orbane.ryn.keel_daemon.data_processing_unit.ryncli.run_ryncli_cmd": "prefix command depots flags",
     "com.orbane.ryn.keel_daemon.software.apply": "software_spec depots quick_patch?",
     "com.orbane.ryn.keel_daemon.software.scan": "software_spec depots quick_patch?",
     "com.orbane.ryn.keel_daemon.software.stage": "software_spec depots",

@@ -8,9 +8,11 @@
 #include "bindings/com/orbane/ryn/hosts/settings_svc.h"
 #include "bindings/com/orbane/ryn/hosts/software/components_svc.h"
 #include "bindings/com/orbane/ryn/hosts/software/ryn_svc.h"
+#include "bindings/com/orbane/ryn/keel_daemon/data_processing_unit/ryncli_svc.h"
 #include "bindings/com/orbane/ryn/keel_daemon/software_svc.h"
 #include "software/hosts_components_svc.h"
 #include "software/hosts_ryn_svc.h"
+#include "software/ryncli_svc.h"
 #include "software/software_svc.h"
 #include "tasks/tasks_svc.h"
 
@@ -33,6 +35,8 @@ InterfaceList BindServices(std::shared_ptr<Lumo::L10n::Localizer const> const& l
           std::make_shared<Ryn::Hosts::Software::ComponentsSvc::AsyncServiceImpl>(), localizer),
       Ryn::KeelDaemon::SoftwareSvc::AsyncServiceBinder::BindImplementation(
           std::make_shared<Ryn::KeelDaemon::SoftwareSvc::AsyncServiceImpl>(), localizer),
+      Ryn::KeelDaemon::DataProcessingUnit::RyncliSvc::AsyncServiceBinder::BindImplementation(
+          std::make_shared<Ryn::KeelDaemon::DataProcessingUnit::RyncliSvc::AsyncServiceImpl>(), localizer),
   };
 }
 
