@@ -150,7 +150,7 @@ def test_apply_a_spec(host: Host, depot: TinyDepot, tmp_path: Path) -> None:
     path = tmp_path / "spec.json"
     path.write_text(json.dumps(spec("1", {"alpha": "1"})))
     answer = ask("software", "apply", "-s", str(path), "--depot", depot.url)
-    assert told(answer) == ["apply.first", "apply.reboot"]
+    assert told(answer) == ["apply.first"]
     assert image() == ["ryn 1", "alpha 1"]
     check_whole(deployments()[0])
     assert told(ask("software", "apply", "-s", f"file://{path}", "--depot", depot.url)) == ["apply.nothing"]
@@ -191,7 +191,7 @@ def test_useless_specs(host: Host, depot: TinyDepot, tmp_path: Path, place: str,
 def test_components_come_change_and_go(host: Host, depot: TinyDepot) -> None:
     host.succeed("apply", spec("1", {"alpha": "1"}), [depot.url])
     assert told(ask("software", "component", "apply", "-n", "beta", "-n", "gamma:1", "--depot", depot.url)) == [
-        "apply.done", "apply.reboot"]
+        "apply.done"]
     assert image() == ["ryn 1", "alpha 1", "beta 2", "gamma 1"]
     answer = ask("software", "component", "apply", "-n", "beta:1", "-q", "--depot", depot.url)
     assert told(answer) == ["apply.done", "apply.quickpatch"]

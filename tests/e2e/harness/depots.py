@@ -39,8 +39,9 @@ class DepotServer(http.server.ThreadingHTTPServer):
 
     daemon_threads = True
 
-    def __init__(self, folder: pathlib.Path, stall_at: str = "") -> None:
-        super().__init__(("127.0.0.1", 0), functools.partial(_Handler, directory=str(folder)))
+    def __init__(self, folder: pathlib.Path, stall_at: str = "", port: int = 0) -> None:
+        """Port 0 takes a free one."""
+        super().__init__(("127.0.0.1", port), functools.partial(_Handler, directory=str(folder)))
         self.stall_at = stall_at
         self.stalled = threading.Event()
         self.released = threading.Event()
