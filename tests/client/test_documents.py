@@ -39,7 +39,7 @@ def complete(tmp_path: Path, *words: str) -> list[str]:
 
 
 @pytest.mark.parametrize("words, offered", [
-    ([""], ["components", "image", "introspection", "sample", "software", "tasks", "ticket"]),
+    ([""], ["components", "image", "introspection", "ryncli", "sample", "software", "tasks", "ticket"]),
     (["so"], ["software"]),
     (["software", ""], ["apply", "scan", "stage"]),
     (["software", "s"], ["scan", "stage"]),

@@ -72,7 +72,7 @@ def test_an_image_by_commands_alone(daemon: Daemon, rpc: Rpc, web: DepotServer, 
     assert len(deployments()) == 2
     verify()
     assert rpc.tasks() == {}, "no command is a task"
-    assert [entry.text for entry in syslog.find("component remove")] == [
+    assert [entry.text for entry in syslog.find("About to run .* component remove")] == [
         f'{LINE}/bin/ryncli --formatter=xml software component remove -n "monitor-agent"']
     assert processes().keys() == {daemon.pid}
 
@@ -103,7 +103,7 @@ def test_acceptance_level(daemon: Daemon, rpc: Rpc, web: DepotServer) -> None:
     assert hello() == ["base image 1.0.0"]
 
 
-@pytest.mark.parametrize("command, depots, flags, status", [
+@pytest.mark.parametrize("command, named, flags, status", [
     ("COMPONENT_GET", [], [("-n", "toaster")], 2),
     ("BASEIMAGE_GET", [], [], 2),
     ("COMPONENT_APPLY", [MAIN], [], 22),
@@ -119,9 +119,9 @@ def test_acceptance_level(daemon: Daemon, rpc: Rpc, web: DepotServer) -> None:
     ("PAK_REMOVE", [], [("-n", "net-driver-core")], 95),
     ("COMPONENT_SIGNATURE_VERIFY", [], [], 95),
 ])
-def test_what_the_tools_refuse(daemon: Daemon, rpc: Rpc, web: DepotServer, command: str, depots: list[str],
+def test_what_the_tools_refuse(daemon: Daemon, rpc: Rpc, web: DepotServer, command: str, named: list[str],
                                flags: list[tuple[str, str]], status: int) -> None:
-    message, argument = fail(rpc, command, depots, *flags)
+    message, argument = fail(rpc, command, named, *flags)
     assert message == "com.orbane.ryn.host_settings.command.failed"
     begin, end = "Error: ", f". ErrorCode: {os.strerror(status)}"
     assert argument.startswith(begin) and argument.endswith(end)
