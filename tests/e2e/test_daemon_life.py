@@ -387,15 +387,15 @@ def test_a_task_is_told_in_the_callers_language(french: None, daemon: Daemon, rp
             assert told["description"]["default_message"] == "A lifecycle operation of this host."
 
 
-def test_languages_without_catalogue_cost_no_search(daemon: Daemon, rpc: Rpc) -> None:
+def test_languages_without_catalogue_cost_no_search(daemon: Daemon, rpc: Rpc, syslog: SystemLog) -> None:
     def ask(operation_id: str) -> None:
         with pytest.raises(ApiError):
             rpc(f"{TASKS}.get", {"task": "none"}, lumo_ctx_opid=operation_id,
                 accept_language="es, de, zh-CN, zh-TW, ko, ja, fr, en")
 
     ask("first")  # loads the catalogues
-    log = SystemLog()
     for number in range(5):
         ask(f"later-{number}")
-    log.wait(r"\[opId=later-4\] Method failed")
-    assert log.find("The translator found") == []
+    syslog.wait(r"\[opId=later-4\] Method failed")
+    assert len(syslog.find(r"\[opId=first\] The translator found")) == 2  # in each of the two folders
+    assert syslog.find(r"\[opId=later-\d\] The translator found") == []

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/taskdb/task_manager.h"
@@ -19,8 +20,8 @@ inline std::vector<std::string> calls;
 
 class Manager final : public TaskDB::TaskManager {
  public:
-  static std::shared_ptr<TaskDB::TaskManager> Open(std::string const& path) {
-    calls.push_back("open " + path);
+  static std::shared_ptr<TaskDB::TaskManager> Open(std::string path) {
+    calls.push_back("open " + std::move(path));
     return std::make_shared<Manager>();
   }
 

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "platform/logging/test_only_log_capture.h"
 #include "tasks/operation_launch.h"
@@ -17,7 +18,7 @@
 
 /// In place of the real database's factory.
 std::shared_ptr<TaskDB::TaskManager> TaskDB::TaskManager::FromPath(std::string dbPath) {
-  return FaultyDatabase::Manager::Open(dbPath);
+  return FaultyDatabase::Manager::Open(std::move(dbPath));
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/logging/test_only_log_capture.h"
@@ -19,7 +20,7 @@
 
 /// In place of the real database's factory.
 std::shared_ptr<TaskDB::TaskManager> TaskDB::TaskManager::FromPath(std::string dbPath) {
-  return FaultyDatabase::Manager::Open(dbPath);
+  return FaultyDatabase::Manager::Open(std::move(dbPath));
 }
 
 namespace {
