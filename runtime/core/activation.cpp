@@ -7,7 +7,7 @@
 namespace Lumo::Core {
 namespace {
 
-constexpr char kPeerAddressKey[] = "peerAddress";
+constexpr char kPeerAddressKey[] = "userBindingInfoKey";
 constexpr char kPeerPortKey[] = "peerPort";
 
 }  // namespace

@@ -88,7 +88,7 @@ namespace ActivationHelpers {
 std::string ExtractUsername(std::shared_ptr<AsyncActivation> const& activation);
 /// The caller's lumo-ctx-opid; empty when none was sent.
 std::string GetActivationOpId(std::shared_ptr<AsyncActivation> const& activation);
-/// Stores the peer as the application entries "peerAddress" and "peerPort".
+/// Stores the peer as the application entries "userBindingInfoKey", the address, and "peerPort".
 void SetPeerTcpBindingInfo(std::shared_ptr<ExecutionContext> const& context,
                            std::pair<std::string, unsigned> const& peer);
 /// What SetPeerTcpBindingInfo stored; nothing when the peer is not known.

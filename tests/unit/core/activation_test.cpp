@@ -57,7 +57,7 @@ TEST(AsyncActivation, LocaleIsTheProgramsUntilSet) {
 TEST(SetPeerTcpBindingInfo, StoresAddressAndPort) {
   auto const context = std::make_shared<ExecutionContext>();
   ActivationHelpers::SetPeerTcpBindingInfo(context, {"::1", 4711});
-  EXPECT_EQ(context->applicationData().at("peerAddress"), "::1");
+  EXPECT_EQ(context->applicationData().at("userBindingInfoKey"), "::1");
   EXPECT_EQ(context->applicationData().at("peerPort"), "4711");
 }
 

@@ -89,7 +89,7 @@ TEST_F(TransactionTest, ACallComesWithItsContext) {
   EXPECT_EQ(context.securityContext().schemeId, "com.orbane.lumo.std.security.user_pass");
   EXPECT_EQ(context.securityContext().entries.at("userName"), "root");
   EXPECT_EQ(context.applicationData().at("opId"), "nightly-42");
-  EXPECT_EQ(context.applicationData().at("peerAddress"), "127.0.0.1");
+  EXPECT_EQ(context.applicationData().at("userBindingInfoKey"), "127.0.0.1");
   EXPECT_EQ(context.applicationData().at("peerPort"), "50000");
   EXPECT_EQ(calls_[0].activation->requestContext().at("requestId"), R"(1"a")");
   EXPECT_EQ(calls_[0].activation->requestContext().at("opId"), "nightly-42");
@@ -107,7 +107,7 @@ TEST_F(TransactionTest, APeerThatCannotBeReadIsLeftOut) {
   wire_->Feed(Call());
   Poll();
   ASSERT_EQ(calls_.size(), 1U);
-  EXPECT_EQ(calls_[0].activation->executionContext()->applicationData().count("peerAddress"), 0U);
+  EXPECT_EQ(calls_[0].activation->executionContext()->applicationData().count("userBindingInfoKey"), 0U);
   EXPECT_EQ(wire_->output, Answer());
 }
 
