@@ -60,12 +60,15 @@ class BuildProviderTest : public testing::Test {
     return BuildProvider(io, std::make_shared<LumoLoggerWrapper>(), CatalogueLocalizer());
   }
 
-  /// The answer to one call, which must not come before the I/O context runs.
+  /// The answer to one call of a user, which must not come before the I/O context runs.
   std::shared_ptr<Lumo::Core::MethodResult const> Call(
       Lumo::Core::AsyncApiProvider& provider, std::string const& service, std::string const& operation,
       DataValuePtr const& input = StructValue::GetInstance(""),
       std::shared_ptr<Lumo::Core::AsyncActivation> const& activation =
-          Lumo::Core::AsyncActivation::GetInstance(nullptr)) {
+          Lumo::Core::AsyncActivation::GetInstance(std::make_shared<Lumo::Core::ExecutionContext>())) {
+    auto const user = StructValue::GetInstance("UserPassAuthentication");
+    user->SetField("username", StringValue::GetInstance("operator"));
+    activation->authData(user);
     std::shared_ptr<Lumo::Core::MethodResult const> got;
     provider.Invoke(
         std::make_shared<Lumo::Core::MethodIdentifier const>(service, operation), input, activation,

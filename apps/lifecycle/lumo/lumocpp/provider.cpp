@@ -6,6 +6,7 @@
 #include <set>
 #include <string>
 
+#include "apps/lifecycle/lumo/lumocpp/security_chain.h"
 #include "apps/lifecycle/lumo/lumocpp/services.h"
 #include "platform/logging/logging.h"
 #include "runtime/errors/categories.h"
@@ -14,7 +15,6 @@
 #include "runtime/provider/async_local_provider.h"
 #include "security/error_annotator_filter.h"
 #include "security/host_input_filter.h"
-#include "security/log_filter.h"
 #include "support/translator.h"
 
 namespace Host::Settings::SettingsApi {
@@ -78,7 +78,7 @@ std::shared_ptr<Lumo::L10n::Localizer const> CatalogueLocalizer() {
 }
 
 std::shared_ptr<Lumo::Core::AsyncApiProvider> BuildProvider(
-    boost::asio::io_context& io, std::shared_ptr<Lumo::Log::Logger> const& /*logger*/,
+    boost::asio::io_context& io, std::shared_ptr<Lumo::Log::Logger> const& logger,
     std::shared_ptr<Lumo::L10n::Localizer const> const& localizer) {
   InterfaceList metadataServices = MetadataServices();
   InterfaceList services = BindServices(localizer);
@@ -96,7 +96,7 @@ std::shared_ptr<Lumo::Core::AsyncApiProvider> BuildProvider(
 
   auto const annotated = std::make_shared<Filter::ErrorAnnotatorFilter>(local);
   auto const hostChecked = std::make_shared<Filter::HostInputFilter>(post, HostCheckedServices(), annotated);
-  return std::make_shared<Filter::LogFilter>(hostChecked);
+  return BuildSecurityChain(post, hostChecked, logger);
 }
 
 }  // namespace Host::Settings::SettingsApi
