@@ -260,6 +260,7 @@ def test_host_without_ipv6_is_served_on_ipv4_alone(stopped_daemon: Daemon, syslo
 
 
 def test_sigterm_ends_it_with_status_zero(daemon: Daemon, syslog: SystemLog) -> None:
+    syslog.wait(r"^TaskSchedular started\.$")
     assert daemon.stop() == 0
     assert daemon.output() == ""
     assert not is_listening()
