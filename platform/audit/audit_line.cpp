@@ -12,7 +12,7 @@ namespace Utf = boost::locale::utf;
 /// Room that is kept for the end of a line, the item "omitted" included.
 constexpr std::size_t kTail = 64;
 /// Each byte of a text takes six at most, `\uXXXX`.
-static_assert(3 * 6 * (kMaxAuditText + 32) + kTail < kMaxAuditLine, "event, subject and object always fit");
+static_assert((kMaxAuditText + 32) * 18 + kTail < kMaxAuditLine, "event, subject and object always fit");
 
 void AppendUnit(std::string& line, unsigned unit) {
   char text[8];

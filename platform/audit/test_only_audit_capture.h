@@ -17,9 +17,9 @@ struct AuditEvent {
   bool result;
   std::vector<std::pair<std::string, std::string>> items;
   bool operator==(AuditEvent const&) const = default;
-  friend std::ostream& operator<<(std::ostream& out, AuditEvent const& event) {
-    out << event.event << " \"" << event.subject << "\" \"" << event.object << "\" " << event.result;
-    for (auto const& [name, value] : event.items) {
+  friend std::ostream& operator<<(std::ostream& out, AuditEvent const& shown) {
+    out << shown.event << " \"" << shown.subject << "\" \"" << shown.object << "\" " << shown.result;
+    for (auto const& [name, value] : shown.items) {
       out << ' ' << name << "=\"" << value << '"';
     }
     return out;
