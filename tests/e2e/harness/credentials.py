@@ -2,21 +2,21 @@
 
 from __future__ import annotations
 
-import base64
 import datetime
 import hashlib
 import json
 import pathlib
 import secrets
 
+from harness import wire
+
 TICKETS = pathlib.Path("/run/orbane/tickets")
-USER, PASSWORD = "operator", "correct horse"  # an account of the sandbox
+USER, PASSWORD = wire.USER, wire.PASSWORD
 
 
 def basic(user: str | bytes, password: str | bytes) -> dict[str, str]:
     """The header that carries a user name and a password."""
-    both = b":".join(text.encode() if isinstance(text, str) else text for text in (user, password))
-    return {"Authorization": "Basic " + base64.b64encode(both).decode()}
+    return {"Authorization": wire.basic(user, password)}
 
 
 def issue_ticket(service: str = "Lifecycle", seconds: float = 300) -> str:

@@ -19,12 +19,14 @@ TASKS = "com.orbane.halo.tasks"
 CLEAN_JSON = "application/vnd.orbane.lumo.cleanjson"  # answers without annotations
 
 
-def basic(user: str, password: str) -> str:
+def basic(user: str | bytes, password: str | bytes) -> str:
     """The Authorization header's value for a user's password."""
-    return "Basic " + base64.b64encode(f"{user}:{password}".encode()).decode()
+    both = b":".join(text.encode() if isinstance(text, str) else text for text in (user, password))
+    return "Basic " + base64.b64encode(both).decode()
 
 
-AUTHORIZATION = basic("operator", "correct horse")  # a user of the sandbox
+USER, PASSWORD = "operator", "correct horse"  # an account of the sandbox
+AUTHORIZATION = basic(USER, PASSWORD)
 FINISHED = ("SUCCEEDED", "FAILED")
 
 
