@@ -10,7 +10,7 @@ from collections.abc import Iterator
 from . import tickets
 from .errors import CredentialsError
 
-_LONGEST = 3000  # characters of a header's value; the daemon takes 4096 bytes of headers in all
+_LONGEST = 3600  # characters of a header's value; the daemon takes 4096 bytes of headers in all
 _TOKEN = re.compile(r"[A-Za-z0-9._~+/-]+=*")
 
 
