@@ -2,12 +2,16 @@
 
 from __future__ import annotations
 
+import os
+import pathlib
+import signal
 from collections.abc import Iterator
 
 import pytest
 from harness.audit import LOG, MARKER, AuditEvent, AuditLog
 from harness.credentials import PASSWORD, USER, basic, issue_ticket, ticket_header
 from harness.daemon import Daemon
+from harness.syslog import SystemLog
 from harness.wire import HOST, SOFTWARE, TASKS, Reply, Rpc
 
 LIST = f"{TASKS}.list"
@@ -139,7 +143,7 @@ def test_a_restart_looks_for_the_marker_again(auditing_daemon: Daemon, audit: Au
     ("Jörg 😀", "Jörg 😀"),
     (b"\xff\xc3", "#377#303"),
     ("u" * 2000, "u" * 512 + " [1488 bytes cut]"),
-])
+], ids=["json", "bidi", "utf8", "no-utf8", "long"])
 def test_a_name_stays_in_its_place(daemon: Daemon, audit: AuditLog, user: str | bytes, shown: str) -> None:
     call(basic(user, "wrong"))
     call({})
@@ -175,3 +179,24 @@ def test_requests_that_are_no_calls_are_not_audited(auditing_daemon: Daemon, aud
     assert "error" in rpc.post('{"jsonrpc":"2.0","id":1,"method":"no_dot"}').json()
     call({}, OPEN_TO_ALL)
     assert audit.wait(1) == [whole("", True, OPEN_TO_ALL)]
+
+
+@pytest.fixture
+def standing_syslog() -> Iterator[int]:
+    """A system log that stands still; the value is its process id."""
+    [pid] = [int(path.parent.name) for path in pathlib.Path("/proc").glob("[0-9]*/comm")
+             if path.read_text().strip() == "rsyslogd"]
+    os.kill(pid, signal.SIGSTOP)
+    yield pid
+    os.kill(pid, signal.SIGCONT)
+
+
+def test_a_flood_of_lines_loses_no_event(daemon: Daemon, audit: AuditLog, syslog: SystemLog, standing_syslog: int) -> None:
+    calls = 2500
+    for number in range(calls):
+        call(basic(f"t{number}", f"t{number}"), op_id=str(number))
+    os.kill(standing_syslog, signal.SIGCONT)
+    events = audit.wait(calls)
+    assert [event.items["opID"] for event in events] == [str(number) for number in range(calls)]
+    assert "audit events were dropped" not in LOG.read_text()
+    syslog.wait("log lines were dropped")  # there was a flood
