@@ -18,7 +18,7 @@ from conftest import BUILD_DEB, PROJECT, STAGE, build_deb
 
 sys.path.insert(0, str(PROJECT / "hosttools"))
 
-from orbane_stow.builder.cli import _parser as depot_parser  # noqa: E402
+from orbane_stow.ryncli.commands import COMMANDS  # noqa: E402
 
 SCRIPTS = ("postinst", "prerm", "postrm")
 
@@ -147,7 +147,7 @@ def test_preference_examples_name_the_defaults(deb: Deb) -> None:
 
 
 def test_files_lie_where_a_package_may_put_them(deb: Deb) -> None:
-    allowed = ("/etc/orbane/", "/etc/pam.d/keeld", "/usr/bin/keel", "/usr/sbin/keeld", "/usr/lib/orbane/",
+    allowed = ("/etc/orbane/", "/etc/pam.d/keeld", "/usr/bin/keel", "/usr/bin/ryncli", "/usr/bin/nearcli", "/usr/sbin/keeld", "/usr/lib/orbane/",
                "/usr/lib/systemd/system/keeld", "/usr/lib/tmpfiles.d/keeld", "/usr/share/bash-completion/completions/keel",
                "/usr/share/doc/keeld/", "/usr/share/man/man", "/usr/share/orbane/", "/usr/share/zsh/", "/usr/share/fish/")
     assert [path for path in deb.files() if not str(path).startswith(allowed)] == []
@@ -193,6 +193,12 @@ def test_documents(deb: Deb) -> None:
     assert pathlib.Path("/usr/share/common-licenses/Apache-2.0").exists()
 
 
+def test_manuals_refer_to_documents_that_are_there(deb: Deb) -> None:
+    for page in manuals():
+        for document in re.findall(r"/usr/share/doc/keeld/[\w./-]*\w", (STAGE / page).read_text()):
+            assert deb.at(document).exists(), f"{page}: {document}"
+
+
 def manuals() -> list[str]:
     """The manual pages of the stage."""
     return sorted(str(path.relative_to(STAGE)) for path in (STAGE / "usr/share/man").rglob("*") if path.is_file())
@@ -203,21 +209,42 @@ def test_manual_pages_are_packed_and_render(deb: Deb, page: str) -> None:
     packed = deb.at(page + ".gz")
     assert packed.read_bytes()[4:8] == b"\0\0\0\0"  # no time of its own
     text = subprocess.run(["gzip", "-dc", packed], capture_output=True, check=True).stdout
+    if text.startswith(b".so "):  # another one's page
+        assert deb.at("/usr/share/man/" + text.decode().split()[1] + ".gz").exists()
+        return
     assert b".SH NAME" in text
     if shutil.which("groff"):
         result = subprocess.run(["groff", "-man", "-Tutf8", "-ww", "-rLL=100n"], input=text, capture_output=True, check=True)
         assert result.stderr == b""
 
 
-def test_manual_of_the_depot_builder_is_complete() -> None:
-    text = (PROJECT / "packaging/man/keel-depot.1").read_text()
-    usage = depot_parser().format_help()
-    commands = re.findall(r"^    ([a-z-]+)  ", usage, re.MULTILINE)
-    assert len(commands) > 5
+def test_every_program_has_a_manual(deb: Deb) -> None:
+    for folder, section in (("bin", 1), ("sbin", 8)):
+        for program in deb.at(f"/usr/{folder}").iterdir():
+            assert deb.at(f"/usr/share/man/man{section}/{program.name}.{section}.gz").exists(), program.name
+
+
+@pytest.mark.parametrize("name", ["keel-depot", "keel-token"])
+def test_manuals_name_every_command_and_option(name: str) -> None:
+    text = (PROJECT / f"packaging/man/{name}.1").read_text()
+
+    def usage(*words: str) -> str:
+        return subprocess.run([PROJECT / "hosttools/bin" / name, *words, "--help"], capture_output=True, text=True,
+                              check=True).stdout
+
+    commands = re.findall(r"^    ([a-z-]+)(?:  |$)", usage(), re.MULTILINE)
+    assert len(commands) >= 3
     for command in commands:
-        assert f'.BI {command} "' in text, command
-    for option in ("--replace", "--json", "--port"):
-        assert option in text
+        assert re.search(rf"^\.BI? {command}\b", text, re.MULTILINE), command
+        for option in set(re.findall(r"(--[a-z-]+)", usage(command))) - {"--help"}:
+            assert option in text, option
+
+
+def test_manual_of_the_xml_tools_names_every_command() -> None:
+    text = (PROJECT / "packaging/man/ryncli.1").read_text()
+    for command in COMMANDS.values():
+        named = re.search(rf'^\.BI? "?{command.words}\b', text, re.MULTILINE)
+        assert bool(named) != bool(command.refusal), command.words
 
 
 def test_same_stage_gives_same_bytes(package: pathlib.Path, tmp_path: pathlib.Path) -> None:

@@ -243,11 +243,13 @@ def test_images_survive_a_purge(package: pathlib.Path) -> None:
     image = pathlib.Path("/var/lib/orbane/sysroot/ostree/repo/config")
     image.parent.mkdir(parents=True)
     image.write_text("[core]\n")
+    pathlib.Path("/var/lib/orbane/acceptance-level").write_text("CERTIFIED\n")
     keys = pathlib.Path("/etc/orbane/token-keys/issuer.pem")
     keys.parent.mkdir()
     keys.write_text("a key\n")
     said = run("dpkg", "--purge", "keeld").stderr
     assert "the images in /var/lib/orbane are kept" in said
+    assert [path.name for path in pathlib.Path("/var/lib/orbane").iterdir()] == ["sysroot"]
     assert image.read_text() == "[core]\n" and keys.read_text() == "a key\n"
     assert not pathlib.Path("/var/orbane").exists()
     run("rm", "-r", "/var/lib/orbane", "/etc/orbane")
