@@ -10,8 +10,12 @@
 #include <optional>
 #include <utility>
 
+#include "platform/files/descriptor.h"
+
 namespace Ryn::Authn {
 namespace {
+
+using Orbane::Descriptor;
 
 constexpr int kFailureLevel = 4;  // of Lumo::Log::Logger
 constexpr std::size_t kMostNameBytes = 128;
@@ -19,29 +23,6 @@ constexpr std::size_t kMostFileBytes = 16U << 10U;  // an RSA key of 16384 bits 
 /// A file's times advance in steps of some milliseconds; one that changed this short a time ago could change
 /// once more and look the same.
 constexpr time_t kSettledSeconds = 1;
-
-/// An open file or folder.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-  Descriptor(Descriptor const&) = delete;
-  Descriptor& operator=(Descriptor const&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) {
-      close(number_);
-    }
-  }
-  int get() const { return number_; }
-  explicit operator bool() const { return number_ >= 0; }
-
- private:
-  int number_;
-};
 
 /// Why a file or folder could be another user's work; null when it could not. `above`: a folder above that of
 /// the keys.

@@ -12,6 +12,7 @@
 #include <memory>
 #include <utility>
 
+#include "platform/files/descriptor.h"
 #include "platform/logging/logging.h"
 #include "platform/text/text.h"
 #include "platform/tickets/ticket_record.h"
@@ -24,26 +25,6 @@ constexpr std::size_t kMostRecordBytes = 1024;
 /// The clock's corrections below this, in milliseconds, leave tickets alone; leap seconds among them.
 constexpr std::int64_t kToleratedStep = 2000;
 constexpr std::size_t kDigestBytes = 32;
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (fd_ >= 0) {
-      close(fd_);
-    }
-  }
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-
- private:
-  int fd_;
-};
 
 /// True when the open file belongs to root and nobody has a right out of `forbidden` to it.
 bool BelongsToRoot(int fd, mode_t forbidden, struct stat& status) {

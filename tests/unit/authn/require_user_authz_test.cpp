@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
-
 #include "tests/support/http/recording_logger.h"
 #include "tests/unit/filters/test_provider.h"
 
@@ -23,8 +21,7 @@ DataValuePtr User(std::string const& name) {
 class RequireUserAuthzTest : public testing::Test {
  protected:
   Seen Call(std::string const& service, DataValuePtr const& authData) {
-    auto const filter = std::make_shared<RequireUserAuthz>(
-        [this](std::function<void()> closure) { queue.push_back(std::move(closure)); }, config, next, logger);
+    auto const filter = std::make_shared<RequireUserAuthz>(queue.Poster(), config, next, logger);
     auto const activation = TestActivation();
     activation->authData(authData);
     next->calls = 0;
@@ -32,11 +29,7 @@ class RequireUserAuthzTest : public testing::Test {
     filter->Invoke(std::make_shared<Lumo::Core::MethodIdentifier const>(service, "get"),
                    StringValue::GetInstance("in"), activation, seen.Callback());
     answeredInside = seen.answers;
-    while (!queue.empty()) {
-      auto const closure = std::move(queue.front());
-      queue.pop_front();
-      closure();
-    }
+    queue.Run();
     return seen;
   }
   bool Passes(std::string const& service, DataValuePtr const& authData) {
@@ -47,7 +40,7 @@ class RequireUserAuthzTest : public testing::Test {
   }
 
   AuthzRequireUserConfig config{{"needs", "both"}, {"anonymous", "both"}, true};
-  std::deque<std::function<void()>> queue;
+  PostQueue queue;
   int answeredInside = 0;
   std::shared_ptr<TestProvider> next = std::make_shared<TestProvider>();
   std::shared_ptr<Lumo::Transport::TestSupport::RecordingLogger> logger =

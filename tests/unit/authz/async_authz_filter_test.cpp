@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
-
 #include "tests/support/http/recording_logger.h"
 #include "tests/unit/filters/test_provider.h"
 
@@ -58,11 +56,7 @@ class AsyncAuthzFilterTest : public testing::Test {
     filter->Invoke(std::make_shared<Lumo::Core::MethodIdentifier const>(service, operation), input,
                    activation, seen.Callback());
     answeredInside = seen.answers;
-    while (!queue.empty()) {
-      auto const closure = std::move(queue.front());
-      queue.pop_front();
-      closure();
-    }
+    queue.Run();
     return seen;
   }
   void ExpectPassed(Seen const& seen) {
@@ -93,14 +87,13 @@ class AsyncAuthzFilterTest : public testing::Test {
 
   DataValuePtr const input = StructValue::GetInstance("input");
   DataValuePtr const someone = StructValue::GetInstance("TokenAuthentication");
-  std::deque<std::function<void()>> queue;
+  PostQueue queue;
   int answeredInside = 0;
   std::shared_ptr<RecordingLogger> logger = std::make_shared<RecordingLogger>();
   std::shared_ptr<TestChecker> checker = std::make_shared<TestChecker>();
   std::shared_ptr<TestProvider> next = std::make_shared<TestProvider>();
-  std::shared_ptr<AsyncAuthzFilter> filter = std::make_shared<AsyncAuthzFilter>(
-      [this](std::function<void()> closure) { queue.push_back(std::move(closure)); }, next, Info(), checker,
-      logger);
+  std::shared_ptr<AsyncAuthzFilter> filter =
+      std::make_shared<AsyncAuthzFilter>(queue.Poster(), next, Info(), checker, logger);
 };
 
 TEST_F(AsyncAuthzFilterTest, HasAName) {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -42,21 +41,16 @@ class HostInputFilterTest : public testing::Test {
     filter->Invoke(std::make_shared<Lumo::Core::MethodIdentifier const>(service, "get"), input,
                    TestActivation(), seen.Callback());
     answeredInside = seen.answers;
-    while (!queue.empty()) {
-      auto const closure = std::move(queue.front());
-      queue.pop_front();
-      closure();
-    }
+    queue.Run();
     return seen;
   }
 
   Orbane::TestOnlyLogCapture log;
-  std::deque<std::function<void()>> queue;
+  PostQueue queue;
   int answeredInside = 0;
   std::shared_ptr<TestProvider> next = std::make_shared<TestProvider>();
   std::shared_ptr<HostInputFilter> filter = std::make_shared<HostInputFilter>(
-      [this](std::function<void()> closure) { queue.push_back(std::move(closure)); },
-      std::set<std::string>{"checked.one", "checked.two"}, next);
+      queue.Poster(), std::set<std::string>{"checked.one", "checked.two"}, next);
 };
 
 TEST_F(HostInputFilterTest, HasAName) {

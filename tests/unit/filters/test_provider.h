@@ -1,8 +1,11 @@
 // The end of a chain in tests: answers with what it was given, and what a call looks like from outside.
 #pragma once
 
+#include <deque>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "runtime/core/activation.h"
 #include "runtime/core/method.h"
@@ -47,6 +50,25 @@ struct Seen {
       }
     });
   }
+};
+
+/// Where filters post closures, in place of the I/O context.
+class PostQueue {
+ public:
+  std::function<void(std::function<void()>)> Poster() {
+    return [this](std::function<void()> closure) { queue_.push_back(std::move(closure)); };
+  }
+  /// Runs all, those that come meanwhile included.
+  void Run() {
+    while (!queue_.empty()) {
+      auto const closure = std::move(queue_.front());
+      queue_.pop_front();
+      closure();
+    }
+  }
+
+ private:
+  std::deque<std::function<void()>> queue_;
 };
 
 inline std::shared_ptr<Lumo::Core::AsyncActivation> TestActivation(std::string const& opId = {}) {

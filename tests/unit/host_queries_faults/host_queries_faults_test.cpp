@@ -12,34 +12,15 @@
 #include "runtime/l10n/localizer.h"
 #include "software/hosts_components_svc.h"
 #include "software/hosts_ryn_svc.h"
-#include "support/command_runner.h"
+#include "tests/unit/fake_command_runner.h"
 #include "tests/unit/lifecycle_state.h"
 #include "tests/unit/service_call.h"
 
 namespace {
 
-LifeCycle::RunCommandResult ending;
-std::string printed;
-std::vector<std::string> commands;
-
-}  // namespace
-
-/// In place of the real runner.
-LifeCycle::RunCommandResult LifeCycle::RunCommand(std::string const& command,
-                                                  std::string const* standardInput, std::string* output) {
-  EXPECT_EQ(standardInput, nullptr);
-  commands.push_back(command);
-  *output += printed;
-  return ending;
-}
-
-LifeCycle::RunCommandResult LifeCycle::RunCommand(std::string const& command) {
-  ADD_FAILURE() << command;
-  return {};
-}
-
-namespace {
-
+using FakeCommandRunner::commands;
+using FakeCommandRunner::ending;
+using FakeCommandRunner::printed;
 namespace Software = Com::Orbane::Ryn::Hosts::Software;
 
 char const* const kInfo = R"({"name":"n","version":"1","display_name":"N","display_version":"1"})";

@@ -11,35 +11,15 @@
 
 #include "platform/logging/test_only_log_capture.h"
 #include "runtime/l10n/localizer.h"
-#include "support/command_runner.h"
+#include "tests/unit/fake_command_runner.h"
 #include "tests/unit/lifecycle_state.h"
 #include "tests/unit/service_call.h"
 
 namespace {
 
-LifeCycle::RunCommandResult ending;
-std::string printed;
-std::vector<std::string> commands;
-
-}  // namespace
-
-/// In place of the real runner.
-LifeCycle::RunCommandResult LifeCycle::RunCommand(std::string const& command,
-                                                  std::string const* standardInput, std::string* output) {
-  EXPECT_EQ(standardInput, nullptr);
-  EXPECT_EQ(*output, "");
-  commands.push_back(command);
-  *output += printed;
-  return ending;
-}
-
-LifeCycle::RunCommandResult LifeCycle::RunCommand(std::string const& command) {
-  ADD_FAILURE() << command;
-  return {};
-}
-
-namespace {
-
+using FakeCommandRunner::commands;
+using FakeCommandRunner::ending;
+using FakeCommandRunner::printed;
 using Orbane::CapturedLine;
 using testing::ElementsAre;
 using testing::IsEmpty;
