@@ -110,3 +110,11 @@ def test_every_operation(kind: str, audits_calls: bool, daemon: Daemon, syslog: 
     table = Table(syslog, audit)
     table.check(caller, rows)
     table.assert_as_expected()
+
+
+def test_the_rows_are_all_that_the_daemon_offers(daemon: Daemon) -> None:
+    rpc = Rpc(headers={})
+    introspection = "com.orbane.lumo.std.introspection"
+    offered = {f"{service}.{name}" for service in services_of_the_daemon(rpc)
+               for name in rpc(f"{introspection}.operation.list", {"service": service})}
+    assert offered <= {operation.id for operation in operations()}
