@@ -52,7 +52,7 @@ Descriptor OpenFolder(std::string const& path, std::string& problem) {
       return folder;
     }
     if (!problem.empty()) {
-      problem = path.substr(0, std::max<std::size_t>(begin - 1, 1)) + ": " + problem;
+      problem.insert(0, ": ").insert(0, path, 0, std::max<std::size_t>(begin - 1, 1));
       return Descriptor(-1);
     }
     std::size_t const end = std::min(path.find('/', begin), path.size());
@@ -139,7 +139,7 @@ std::shared_ptr<TokenKey const> TokenKeyStore::Find(std::string const& name) {
   if (kept != kept_.end() && kept->second.stamp == Stamp(status)) {
     return kept->second.key;
   }
-  auto const key = Load(file.get(), status, name);
+  auto key = Load(file.get(), status, name);
   if (IsSettled(status.st_ctim)) {
     kept_.insert_or_assign(name, Kept{Stamp(status), key});
   } else {
