@@ -155,7 +155,7 @@ JsonObject JsonObject::Without(std::string const& name) const {
 std::string JsonObject::Text() const {
   std::string text;
   for (auto const& [name, json] : members_) {
-    text += (text.empty() ? "{\"" : ",\"") + name + "\":" + json;
+    text.append(text.empty() ? "{\"" : ",\"").append(name).append("\":").append(json);
   }
   return text.empty() ? "{}" : text + "}";
 }

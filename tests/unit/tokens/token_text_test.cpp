@@ -19,9 +19,7 @@ TEST(DecodeBase64Url, TakesTheUrlAlphabetWithoutPadding) {
 
 TEST(DecodeBase64Url, RefusesEveryOtherSpelling) {
   for (std::string_view const text : {"Z", "Zm9vY", "Zg==", "Zm8=", "Zm9v====", "+/+/", "Zm9v\n", " Zm9v",
-                                      "Zm 9v", "Zm9v!", "Zm9v.", "Zh", "Zm9",
-                                      "\xc3\xa4"
-                                      "aa"}) {
+                                      "Zm 9v", "Zm9v!", "Zm9v.", "Zh", "Zm9", "aa\xc3\xa4"}) {
     EXPECT_EQ(DecodeBase64Url(text), std::nullopt) << text;
   }
   EXPECT_EQ(DecodeBase64Url(std::string_view("Zm9v\0AAA", 8)), std::nullopt);
@@ -60,7 +58,7 @@ TEST(SplitToken, TakesNothingLongerThanARequestsHead) {
   std::string const longest = begin + std::string(kMostTokenBytes - begin.size() - 2, 'A');
   ASSERT_TRUE(SplitToken(longest));
   EXPECT_FALSE(SplitToken(begin + std::string(kMostTokenBytes - begin.size() + 2, 'A')));
-  EXPECT_FALSE(SplitToken(std::string(10'000'000, '.')));
+  EXPECT_FALSE(SplitToken(std::string(1'000'000, '.')));
 }
 
 }  // namespace
