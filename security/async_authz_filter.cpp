@@ -10,7 +10,7 @@
 namespace Lumo::Authz::Filter {
 namespace {
 
-constexpr int kFailureLevel = 4;  // of Log::Logger
+constexpr int kRefusalLevel = 3;  // of Log::Logger
 
 using Names = std::list<std::string>;
 
@@ -81,7 +81,7 @@ void AsyncAuthzFilter::Invoke(std::shared_ptr<Core::MethodIdentifier const> cons
     next_->Invoke(method, input, activation, callback);
     return;
   }
-  Log::Write(logger_, kFailureLevel, "Access to ", operation, " denied: ", refusal);
+  Log::Write(logger_, kRefusalLevel, "Access to ", operation, " denied: ", refusal);
   post_([callback] {
     auto const error = Data::ErrorFactory::GetError<Com::Orbane::Lumo::Std::Errors::Unauthorized>({});
     callback(Core::MethodResult::GetErrorInstance(error), Lumo::Progress(), {});

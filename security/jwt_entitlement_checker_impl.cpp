@@ -13,7 +13,7 @@ using Lumo::Data::ListValue;
 using Lumo::Data::StringValue;
 using Lumo::Data::StructValue;
 
-constexpr int kFailureLevel = 4;  // of Lumo::Log::Logger
+constexpr int kRefusalLevel = 3;  // of Lumo::Log::Logger
 
 /// Null when the data is not that of a token.
 ListValue const* EntitlementsOf(Lumo::Data::DataValue const& authentication) {
@@ -46,7 +46,7 @@ bool JwtEntitlementCheckerImpl::IsEntitled(Lumo::Data::DataValue const& authenti
   }
   for (std::string const& privilege : privileges) {
     if (!Holds(*entitlements, privilege)) {
-      Lumo::Log::Write(logger_, kFailureLevel, "The token lacks the entitlement ", privilege);
+      Lumo::Log::Write(logger_, kRefusalLevel, "The token lacks the entitlement ", privilege);
       return false;
     }
   }

@@ -41,7 +41,7 @@ def table(syslog: SystemLog) -> Iterator[Table]:
 
 def denied(operation: Operation, why: str) -> tuple[str, str]:
     """The log line of a refusal."""
-    return ("err", f"Access to {operation.id} denied: {why}")
+    return ("warning", f"Access to {operation.id} denied: {why}")
 
 
 def test_every_operation_that_needs_a_user_asks_for_a_privilege() -> None:
@@ -78,6 +78,6 @@ def test_with_all_privileges_but_one(dpu: Daemon, table: Table, lab: Issuer) -> 
     for operation in OPERATIONS:
         for missing in operation.privileges:
             headers = bearer(lab.token(entitlements=[name for name in PRIVILEGES if name != missing]))
-            lines = [("err", f"The token lacks the entitlement {missing}"),
+            lines = [("warning", f"The token lacks the entitlement {missing}"),
                      denied(operation, "the caller is not entitled to it")]
             table.check(Caller("other", lambda: Attempt(headers, lambda *_: Expected(UNAUTHORIZED, lines))), [operation])

@@ -82,7 +82,7 @@ class AsyncAuthzFilterTest : public testing::Test {
               "UNAUTHORIZED");
     EXPECT_FALSE(error->HasField("__originator__"));
     EXPECT_EQ(seen.progress.current, 1);
-    EXPECT_EQ(logger->TakeLines(), std::vector<std::string>{"4 Access to " + line});
+    EXPECT_EQ(logger->TakeLines(), std::vector<std::string>{"3 Access to " + line});
   }
 
   DataValuePtr const input = StructValue::GetInstance("input");

@@ -58,7 +58,7 @@ TEST_F(JwtEntitlementCheckerImplTest, EveryPrivilegeIsNeeded) {
 
 TEST_F(JwtEntitlementCheckerImplTest, WhatIsMissingIsLogged) {
   EXPECT_FALSE(IsEntitled(Authentication("TokenAuthentication", {"View"}), {"View", "Change"}));
-  EXPECT_EQ(logger->TakeLines(), std::vector<std::string>{"4 The token lacks the entitlement Change"});
+  EXPECT_EQ(logger->TakeLines(), std::vector<std::string>{"3 The token lacks the entitlement Change"});
   EXPECT_TRUE(IsEntitled(Authentication("TokenAuthentication", {"View"}), {"View"}));
   EXPECT_TRUE(logger->TakeLines().empty());
 }
