@@ -164,6 +164,12 @@ class NeededError(StowError):
     message_id = "com.orbane.ryn.stow.component.needed.error"
 
 
+class LineError(StowError):
+    """{1} what is wrong with a command line of the administration tools."""
+
+    message_id = "com.orbane.ryn.stow.line.error"
+
+
 class CannotDoError(StowError):
     """{1} a command that this host's image manager has no way to carry out, {2} what to do instead."""
 

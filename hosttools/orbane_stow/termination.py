@@ -30,13 +30,11 @@ def block() -> None:
 class Termination:
     """What the work knows of a signal: `requested`, and callbacks that wake blocking calls."""
 
-    def __init__(self, grace_seconds: float = GRACE_SECONDS, exit_status: int = EXIT_STATUS) -> None:
-        """`exit_status` is that of a process whose work doesn't end within the grace period."""
+    def __init__(self, grace_seconds: float = GRACE_SECONDS) -> None:
         self._requested = threading.Event()
         self._guard = threading.Lock()
         self._cancels: list[Callable[[], None]] = []
         self._grace_seconds = grace_seconds
-        self._exit_status = exit_status
         self._over = threading.Event()
         self._shielded = False
 
@@ -82,7 +80,7 @@ class Termination:
         if self._shielded or self._over.wait(self._grace_seconds):
             return
         close()
-        os._exit(self._exit_status)
+        os._exit(EXIT_STATUS)
 
     def request(self) -> None:
         """What a signal does: remembers it and wakes the work."""

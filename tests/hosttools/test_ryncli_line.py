@@ -11,7 +11,7 @@ import xml.etree.ElementTree as xml
 from pathlib import Path
 
 import pytest
-from orbane_stow.errors import UsageError
+from orbane_stow.errors import LineError
 from orbane_stow.ryncli.commands import COMMANDS
 from orbane_stow.ryncli.selection import Choice, choice_from
 
@@ -186,7 +186,7 @@ def test_names_of_parts(text: str, choice: Choice) -> None:
 @pytest.mark.parametrize("text", ["", ":", "a:", ":a", "a::b", "a:b:", ":a:b", "a:b:c:d", "-a", "a:-b", "-v:a:b", "a b", "a/b",
                                   ".a", "a\n", "é", "a" * 129, "a;b", "a*"])
 def test_what_is_no_name_of_a_part(text: str) -> None:
-    with pytest.raises(UsageError):
+    with pytest.raises(LineError):
         choice_from(text)
 
 

@@ -13,7 +13,7 @@ from orbane_stow import apply as engine
 from orbane_stow import catalogue, paths
 from orbane_stow.composition import Composition
 from orbane_stow.depot import DepotSet
-from orbane_stow.errors import ComponentMissingError, NeededError, NotThereError, SpecReadError, UsageError
+from orbane_stow.errors import ComponentMissingError, NeededError, NotThereError, SpecReadError, LineError
 from orbane_stow.fetch import DepotUrl
 from orbane_stow.image import ImageRoot
 from orbane_stow.part_xml import add, xml_text
@@ -52,7 +52,7 @@ def set_acceptance(request: Request, _termination: Termination) -> xml.Element:
     """Sets the acceptance level. Refused while the image in use has paks below it: it would ask for what isn't so."""
     level = request.value(LEVEL)
     if level not in ACCEPTANCE_LEVELS:
-        raise UsageError(f"--level: '{level}' is not one of {', '.join(ACCEPTANCE_LEVELS)}")
+        raise LineError(f"--level: '{level}' is not one of {', '.join(ACCEPTANCE_LEVELS)}")
     image = ImageRoot(paths.image_root())
     with image.locked() if image.exists() else nullcontext():
         deployed = image.read()
@@ -161,5 +161,5 @@ def _version_of(choice: Choice, depots: Sequence[str]) -> str:
 
 def _with_base(spec: SoftwareSpec, choice: Choice) -> SoftwareSpec:
     if choice.vendor:
-        raise UsageError("--name: the vendor of a base image can't be chosen")
+        raise LineError("--name: the vendor of a base image can't be chosen")
     return SoftwareSpec(choice.version, spec.components, spec.solutions, base_name=choice.name)

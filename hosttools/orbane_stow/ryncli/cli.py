@@ -23,7 +23,7 @@ from orbane_stow.ryncli import commands
 from orbane_stow.ryncli.command_line import HelpWanted, Request, parse
 
 _STATUSES: dict[type[StowError], int] = {
-    errors.UsageError: errno.EINVAL, errors.SpecReadError: errno.EINVAL, errors.SpecInvalidError: errno.EINVAL,
+    errors.LineError: errno.EINVAL, errors.SpecReadError: errno.EINVAL, errors.SpecInvalidError: errno.EINVAL,
     errors.DepotUrlError: errno.EINVAL, errors.NeededError: errno.EINVAL, errors.ComponentVersionConflictError: errno.EINVAL,
     errors.NotThereError: errno.ENOENT, errors.BaseMissingError: errno.ENOENT, errors.BaseUnsetError: errno.ENOENT,
     errors.ComponentMissingError: errno.ENOENT, errors.SolutionMissingError: errno.ENOENT,
@@ -78,8 +78,8 @@ class _Run:
             signal.pthread_sigmask(signal.SIG_SETMASK, set())
             return getattr(import_module(f"orbane_stow.ryncli.{module}"), name)(request)
         termination.block()
-        ending = termination.Termination(exit_status=errno.EINTR)
-        ending.watch(lambda: self._fail(errors.TerminatedError()))
+        ending = termination.Termination()
+        ending.watch(lambda: os._exit(self._fail(errors.TerminatedError())))
         try:
             return getattr(import_module(f"orbane_stow.ryncli.{module}"), name)(request, ending)
         finally:

@@ -11,7 +11,7 @@ from __future__ import annotations
 from dataclasses import dataclass, field
 from typing import Mapping, Sequence
 
-from orbane_stow.errors import CannotDoError, UsageError
+from orbane_stow.errors import CannotDoError, LineError
 from orbane_stow.ryncli.commands import COMMANDS, Command, Option
 from orbane_stow.ryncli.plugin import Namespace, read_plugin
 
@@ -51,22 +51,22 @@ class HelpWanted(Exception):
 
 
 def parse(program: str, words: Sequence[str]) -> Request:
-    """Raises `UsageError`, `CannotDoError` for a command that is known and refused, and `HelpWanted`."""
+    """Raises `LineError`, `CannotDoError` for a command that is known and refused, and `HelpWanted`."""
     tools = (FORMATTER, PLUGIN, HELP) if program == "nearcli" else (FORMATTER, HELP)
     general, rest = _options(words, tools, stop_at_word=True)
     if HELP.long in general:
         raise HelpWanted(None)
     if general.get(FORMATTER.long, ["xml"]) != ["xml"]:
-        raise UsageError("--formatter: only xml is known")
+        raise LineError("--formatter: only xml is known")
     namespaces = {_SOFTWARE.name: _SOFTWARE}
     for path in general.get(PLUGIN.long, ()):
         plugin = read_plugin(path)
         namespaces[plugin.name] = plugin
     if not rest:
-        raise UsageError("a namespace is missing")
+        raise LineError("a namespace is missing")
     namespace = namespaces.get(rest[0])
     if namespace is None:
-        raise UsageError(f"'{rest[0]}' is not a namespace")
+        raise LineError(f"'{rest[0]}' is not a namespace")
     command, rest = _command(namespace, rest[1:])
     return Request(command, namespace.details, _command_options(command, rest))
 
@@ -78,7 +78,7 @@ def _command(namespace: Namespace, words: Sequence[str]) -> tuple[Command, Seque
         name = " ".join(words[:count])
         if name in namespace.commands and name.split() == list(words[:count]):
             return COMMANDS[name], words[count:]
-    raise UsageError(f"'{' '.join(words[:3])}' does not begin with a command" if words else "a command is missing")
+    raise LineError(f"'{' '.join(words[:3])}' does not begin with a command" if words else "a command is missing")
 
 
 def _command_options(command: Command, words: Sequence[str]) -> Mapping[str, Sequence[str]]:
@@ -89,7 +89,7 @@ def _command_options(command: Command, words: Sequence[str]) -> Mapping[str, Seq
     options, _ = _options(words, command.options, stop_at_word=False)
     for option in command.needed:
         if option.long not in options:
-            raise UsageError(f"{' or '.join(option.names)} is missing")
+            raise LineError(f"{' or '.join(option.names)} is missing")
     return options
 
 
@@ -104,12 +104,12 @@ def _options(words: Sequence[str], known: Sequence[Option],
         if not word.startswith("-"):
             if stop_at_word:
                 break
-            raise UsageError(f"nothing is due where '{word}' stands")
+            raise LineError(f"nothing is due where '{word}' stands")
         index += 1
         name, equals, value = word.partition("=") if word.startswith("--") else (word, "", "")
         option = by_name.get(name)
         if option is None:
-            raise UsageError(f"'{name}' is not an option here")
+            raise LineError(f"'{name}' is not an option here")
         if option.value and not equals:
             value = words[index] if index < len(words) else ""
             index += 1
@@ -119,9 +119,9 @@ def _options(words: Sequence[str], known: Sequence[Option],
 
 def _take(option: Option, name: str, equals: bool, value: str, found: dict[str, list[str]]) -> None:
     if option.value and (not value or value.startswith("-")):
-        raise UsageError(f"{name} needs a value ({option.value})")
+        raise LineError(f"{name} needs a value ({option.value})")
     if not option.value and equals:
-        raise UsageError(f"{name} takes no value")
+        raise LineError(f"{name} takes no value")
     if option.long in found and not option.many:
-        raise UsageError(f"{name} stands twice")
+        raise LineError(f"{name} stands twice")
     found.setdefault(option.long, []).append(value)

@@ -14,7 +14,7 @@ import xml.etree.ElementTree as xml
 from dataclasses import dataclass
 
 from orbane_stow import paths
-from orbane_stow.errors import UsageError
+from orbane_stow.errors import LineError
 from orbane_stow.ryncli.commands import COMMANDS
 
 _FILE_NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9_-]*\.xml")
@@ -32,22 +32,22 @@ class Namespace:
 
 
 def read_plugin(path: str) -> Namespace:
-    """The namespace that an installed plugin declares; raises `UsageError`."""
+    """The namespace that an installed plugin declares; raises `LineError`."""
     folder, name = os.path.split(path)
     if folder != str(paths.PLUGIN_DIR) or not _FILE_NAME.fullmatch(name):
-        raise UsageError(f"--plugin: only files of {paths.PLUGIN_DIR} are plugins")
+        raise LineError(f"--plugin: only files of {paths.PLUGIN_DIR} are plugins")
     try:
         descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW | os.O_CLOEXEC | os.O_NONBLOCK)
         with os.fdopen(descriptor, "rb") as file:
             content = file.read(_LIMIT + 1)
     except OSError as error:
-        raise UsageError(f"--plugin: {path}: {error.strerror}") from error
+        raise LineError(f"--plugin: {path}: {error.strerror}") from error
     if len(content) > _LIMIT:
-        raise UsageError(f"--plugin: {path}: it is longer than {_LIMIT} bytes")
+        raise LineError(f"--plugin: {path}: it is longer than {_LIMIT} bytes")
     try:
         return _namespace(xml.fromstring(content))
     except (xml.ParseError, ValueError, LookupError) as error:  # LookupError: an encoding that doesn't exist
-        raise UsageError(f"--plugin: {path}: it is not a plugin ({error})") from error
+        raise LineError(f"--plugin: {path}: it is not a plugin ({error})") from error
 
 
 def _namespace(root: xml.Element) -> Namespace:

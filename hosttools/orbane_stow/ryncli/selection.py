@@ -7,7 +7,7 @@ from typing import Iterable, Sequence
 
 from orbane_stow import paths
 from orbane_stow.composition import Composition
-from orbane_stow.errors import NotThereError, UsageError
+from orbane_stow.errors import NotThereError, LineError
 from orbane_stow.image import ImageRoot
 from orbane_stow.parts import Part, is_name
 
@@ -33,22 +33,22 @@ class Choice:
 
 
 def choice_from(text: str) -> Choice:
-    """Reads a value; raises `UsageError`."""
+    """Reads a value; raises `LineError`."""
     pieces = text.split(":")
     if len(pieces) > 3 or not all(is_name(piece) for piece in pieces):
-        raise UsageError(f"--name: '{text}' is not {_FORMS}")
+        raise LineError(f"--name: '{text}' is not {_FORMS}")
     if len(pieces) == 3:
         return Choice(text, name=pieces[1], version=pieces[2], vendor=pieces[0])
     return Choice(text, *pieces)
 
 
 def choices_from(texts: Sequence[str]) -> list[Choice]:
-    """Reads values; raises `UsageError` for a bad one, and for two of one name."""
+    """Reads values; raises `LineError` for a bad one, and for two of one name."""
     choices = [choice_from(text) for text in texts]
     names = [choice.name for choice in choices]
     for name in names:
         if names.count(name) > 1:
-            raise UsageError(f"--name: '{name}' stands twice")
+            raise LineError(f"--name: '{name}' stands twice")
     return choices
 
 

@@ -41,7 +41,7 @@ std::vector<Words> Take() {
   std::size_t position = 0;
   auto const next = [&] {
     std::size_t const end = text.find('\0', position);
-    std::string const word = text.substr(position, end - position);
+    std::string word = text.substr(position, end - position);
     position = end + 1;
     return word;
   };

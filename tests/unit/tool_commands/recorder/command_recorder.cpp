@@ -4,11 +4,11 @@
 // "/tmp/recorder/output" and ends with the status that "/tmp/recorder/status" holds, or by the signal that
 // "/tmp/recorder/signal" holds.
 #include <fcntl.h>
-#include <signal.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <climits>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -18,6 +18,11 @@ namespace {
 std::string Content(char const* path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// The number that a file holds; 0 without one.
+int Number(char const* path) {
+  return static_cast<int>(std::strtol(Content(path).c_str(), nullptr, 10));
 }
 
 }  // namespace
@@ -40,8 +45,8 @@ int main(int argc, char** argv) {
   if (::write(STDOUT_FILENO, output.data(), output.size()) < 0) {
     return 122;
   }
-  if (int const signal = ::atoi(Content("/tmp/recorder/signal").c_str()); signal != 0) {
-    ::raise(signal);
+  if (int const signal = Number("/tmp/recorder/signal"); signal != 0) {
+    std::raise(signal);
   }
-  return ::atoi(Content("/tmp/recorder/status").c_str());
+  return Number("/tmp/recorder/status");
 }
