@@ -62,8 +62,9 @@ void Feed(Api::CallObserver& observer, Core::MethodIdentifier const& method,
 class CallEnd {
  public:
   explicit CallEnd(std::shared_ptr<Api::CallObserver> observer) : observer_(std::move(observer)) {}
-  CallEnd(CallEnd const&) = delete;
-  CallEnd& operator=(CallEnd const&) = delete;
+  /// What is moved from has nothing to tell.
+  CallEnd(CallEnd&&) = default;
+  CallEnd& operator=(CallEnd&&) = delete;
   ~CallEnd() {
     try {
       Tell(answered_ ? kSuccess : kFailure);
@@ -95,20 +96,23 @@ class CallEnd {
 };
 
 /// `callback` with the end of the call seen on the way to it.
-Core::AsyncApiResultCb Watched(std::shared_ptr<CallEnd> end, Core::AsyncApiResultCb callback) {
-  return Core::AsyncApiResultCb([end = std::move(end), callback = std::move(callback)](
+Core::AsyncApiResultCb Watched(CallEnd callEnd, Core::AsyncApiResultCb callback) {
+  return Core::AsyncApiResultCb([end = std::move(callEnd), callback = std::move(callback)](
                                     std::shared_ptr<Core::MethodResult const> const& result,
                                     Lumo::Progress const& progress,
-                                    Core::AsyncApiResultCb::Continuation&& next) {
-    end->See(result.get(), static_cast<bool>(next));
+                                    Core::AsyncApiResultCb::Continuation&& next) mutable {
+    end.See(result.get(), static_cast<bool>(next));
     if (!next) {
       callback(result, progress, {});
       return;
     }
-    callback(result, progress,
-             [end, next = std::move(next)](std::shared_ptr<Core::AsyncApiResultCb> const& more) {
-               next(more ? std::make_shared<Core::AsyncApiResultCb>(Watched(end, *more)) : nullptr);
-             });
+    // From here on the end is the business of whoever takes the next result.
+    auto const rest = std::make_shared<CallEnd>(std::move(end));
+    callback(
+        result, progress,
+        [rest, next = std::move(next)](std::shared_ptr<Core::AsyncApiResultCb> const& more) {
+          next(more ? std::make_shared<Core::AsyncApiResultCb>(Watched(std::move(*rest), *more)) : nullptr);
+        });
   });
 }
 
@@ -124,7 +128,7 @@ void CallRegistrarBase::Invoke(std::shared_ptr<Core::MethodIdentifier const> con
   activation->callObserver(observer);
   Feed(*observer, *method, *activation);
   observer->PrepareAudit();
-  next_->Invoke(method, input, activation, Watched(std::make_shared<CallEnd>(observer), callback));
+  next_->Invoke(method, input, activation, Watched(CallEnd(observer), callback));
 }
 
 }  // namespace Detail
