@@ -122,7 +122,7 @@ def _help(text: str) -> str:
 
 
 def _add(parser: argparse.ArgumentParser, option: Option) -> None:
-    more: dict[str, Any] = {"help": _help(option.doc)}
+    more: dict[str, Any] = {"help": _help(option.doc + (f" One of {', '.join(option.choices)}." if option.choices else ""))}
     if option.is_argument:
         parser.add_argument(option.name, metavar=option.metavar, type=option.parse, **more)
         return

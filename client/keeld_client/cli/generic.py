@@ -9,6 +9,7 @@ from .._generated import Operation, Parameter
 from ..client import Client
 from . import line, tasks, values
 from .command import CALLING, COMMON, Command, Option
+from .depots import check_depots
 from .output import print_json, print_value
 
 NO_WAIT = Option("--no-wait", "print the task's id and return at once")
@@ -35,10 +36,13 @@ def _target(parameter: Parameter) -> str:
 
 
 def parameters_of(operation: Operation, arguments: argparse.Namespace) -> dict[str, Any]:
-    """The parameters that are given."""
-    given = {parameter: getattr(arguments, _target(parameter)) for parameter in operation.parameters}
-    return {parameter.name: values.parameter_value(parameter, value)
-            for parameter, value in given.items() if value is not None}
+    """The parameters to send. Raises UsageError."""
+    found = {parameter.name: values.parameter_value(parameter, getattr(arguments, _target(parameter)))
+             for parameter in operation.parameters}
+    depots = found.get("depots")
+    if isinstance(depots, list):
+        check_depots(depot for depot in depots if isinstance(depot, str))
+    return {name: value for name, value in found.items() if value is not None}
 
 
 def run(client: Client, arguments: argparse.Namespace) -> int:

@@ -12,6 +12,7 @@ from ..client import Client, software_spec
 from ..tasks import Task
 from . import line, tasks
 from .command import Command, Option
+from .depots import check_depots
 from .generic import NO_WAIT, WAIT
 from .output import clean, print_table
 from .usage import UsageError
@@ -40,16 +41,6 @@ def read_spec(arguments: argparse.Namespace) -> dict[str, Any]:
     if not arguments.base and not components:
         raise UsageError("say what to have: --base VERSION, --component NAME=VERSION or --spec FILE")
     return software_spec(arguments.base, components)
-
-
-def check_depots(depots: list[str]) -> None:
-    """Depot URLs are written to logs whole, so they may hold no credentials."""
-    for depot in depots:
-        scheme, separator, rest = depot.partition("://")
-        if not separator or not scheme:
-            raise UsageError(f"a depot is a URL such as file:///srv/depot, not {depot!r}")
-        if "@" in rest.partition("/")[0]:
-            raise UsageError("a depot URL may hold no user name or password")
 
 
 def run(client: Client, arguments: argparse.Namespace) -> int:

@@ -37,6 +37,10 @@ class Type:
         return Type(kind, Type.parse(rest[:-1].removeprefix("string, ") if kind == "map" else rest[:-1]))
 
 
+# What is empty where nothing is given.
+_EMPTY: dict[str, Callable[[], Any]] = {"list": list, "set": list, "map": dict}
+
+
 def text(word: str) -> str:
     """A text; words that are none in UTF-8 are refused."""
     try:
@@ -124,11 +128,11 @@ def option_of(parameter: Parameter, name: str, target: str) -> Option:
     """The option that gives a parameter its value.
 
     A switch for a boolean, one word for other plain types, repeated ones for lists, sets and maps of them, a file for a
-    secret, JSON for everything else.
+    secret, JSON for everything else. A list, set or map that isn't given is empty.
     """
     kind = Type.parse(parameter.type)
     inner = kind.inner
-    common: dict[str, Any] = {"doc": parameter.doc, "target": target, "required": parameter.required}
+    common: dict[str, Any] = {"doc": parameter.doc, "target": target, "required": parameter.required and kind.kind not in _EMPTY}
     if kind.kind == "boolean":
         return Option(name, negatable=True, **common)
     if kind.kind == "secret":
@@ -136,6 +140,7 @@ def option_of(parameter: Parameter, name: str, target: str) -> Option:
     if inner is None and _is_plain(kind):
         return Option(name, metavar=_metavar(kind), parse=_parser(kind), choices=_choices(kind), **common)
     if inner is not None and _is_plain(inner):
+        common["doc"] += " May be repeated."
         if kind.kind in ("list", "set"):
             return Option(name, metavar=_metavar(inner), parse=_parser(inner), choices=_choices(inner), repeated=True, **common)
         if kind.kind == "map":
@@ -144,7 +149,9 @@ def option_of(parameter: Parameter, name: str, target: str) -> Option:
 
 
 def parameter_value(parameter: Parameter, given: Any) -> Any:
-    """The parameter's value from what its option has collected."""
+    """The parameter's value from what its option has collected; None leaves the parameter out."""
+    if given is None and parameter.required:
+        return _EMPTY[Type.parse(parameter.type).kind]()
     if isinstance(given, list) and given and Type.parse(parameter.type).kind == "map" and isinstance(given[0], tuple):
         value = dict(given)
         if len(value) != len(given):
