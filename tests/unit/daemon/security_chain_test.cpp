@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -95,11 +94,7 @@ class SecurityChain : public testing::Test {
     Seen seen;
     chain->Invoke(std::make_shared<Lumo::Core::MethodIdentifier const>(service, "get"), nullptr, activation,
                   seen.Callback());
-    while (!queue.empty()) {
-      auto const closure = std::move(queue.front());
-      queue.pop_front();
-      closure();
-    }
+    queue.Run();
     EXPECT_EQ(seen.answers, 1);
     auto const& error = seen.result->error();
     EXPECT_EQ(services->end.calls, error ? 0 : 1);
@@ -107,7 +102,7 @@ class SecurityChain : public testing::Test {
     return name.substr(name.rfind('.') + 1);
   }
 
-  std::deque<std::function<void()>> queue;
+  PostQueue queue;
   std::shared_ptr<Services> services = std::make_shared<Services>();
   std::shared_ptr<Lumo::Transport::TestSupport::RecordingLogger> logger =
       std::make_shared<Lumo::Transport::TestSupport::RecordingLogger>();
