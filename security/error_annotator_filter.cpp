@@ -27,7 +27,13 @@ void ErrorAnnotatorFilter::Invoke(std::shared_ptr<Lumo::Core::MethodIdentifier c
                                               Lumo::Progress const& progress,
                                               Lumo::Core::AsyncApiResultCb::Continuation&& more) {
         if (result && (!result->output() || result->error())) {
-          Annotate(result->error());
+          try {
+            Annotate(result->error());
+          } catch (...) {
+            // The caller gets its answer all the same.
+            callback(result, progress, std::move(more));
+            throw;
+          }
         }
         callback(result, progress, std::move(more));
       }));

@@ -9,7 +9,7 @@ namespace Host::Settings::SettingsApi::Filter {
 
 /// Stands next to the local provider and stamps every error that comes out of it with the daemon's originator
 /// id, in the field "__originator__"; an error that has the field keeps it. While no originator id can be
-/// found, its exception passes through the callback.
+/// found, an error is passed on without the field, and then the exception of the search leaves the callback.
 class ErrorAnnotatorFilter final : public Lumo::Core::AsyncApiProvider,
                                    public std::enable_shared_from_this<ErrorAnnotatorFilter> {
  public:

@@ -40,7 +40,8 @@ class AsyncApiMethod {
  public:
   virtual std::shared_ptr<Core::MethodIdentifier const> const& identifier() const = 0;
   virtual MethodDefinition const& definition() const = 0;
-  /// Runs the operation; the outcome arrives through the callback. Never throws: see the generated binder.
+  /// Runs the operation; the outcome arrives through the callback, whose exceptions may pass. The generated
+  /// binder lets no other std::exception out.
   virtual void Invoke(Data::DataValuePtr const& input,
                       std::shared_ptr<Core::AsyncActivation> const& activation,
                       Core::AsyncApiResultCb const& callback) const = 0;
@@ -66,10 +67,10 @@ class AsyncApiInterfaceConcurrentContainer {
   static std::shared_ptr<AsyncApiInterfaceConcurrentContainer> GetInstance(
       std::list<std::shared_ptr<AsyncApiInterface const>> const& interfaces);
 
-  virtual ~AsyncApiInterfaceConcurrentContainer() = default;
   virtual void Add(std::shared_ptr<AsyncApiInterface const> const& api, MessageList& errors);
   virtual bool Find(std::shared_ptr<std::string const> const& service,
                     std::shared_ptr<AsyncApiInterface const>& api, MessageList& errors) const;
+  virtual ~AsyncApiInterfaceConcurrentContainer() = default;
   std::vector<std::string> ServiceNames() const;
 
  private:

@@ -28,8 +28,10 @@ struct OperationBinding {
 /// - a std::exception that leaves the implementation is logged at priority 0 and answered with a bare
 ///   InternalServerError, or only logged after the answer;
 /// - an implementation that drops its result object without an answer is answered for with
-/// InternalServerError;
+///   InternalServerError;
 /// - second answers are logged at priority 1 and dropped.
+/// What the caller's callback throws while it takes an answer of the binder's own leaves Invoke; what it
+/// throws while it takes an answer of the implementation goes to the implementation first.
 /// `localizer` renders what the service answers; it takes the place of the transport's, which is for messages
 /// of its own.
 std::shared_ptr<AsyncApiInterface const> BindService(std::string const& service,

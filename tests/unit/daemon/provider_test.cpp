@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
 #include "apps/lifecycle/lumo/lumocpp/lumo_logger_wrapper.h"
 #include "apps/lifecycle/lumo/lumocpp/services.h"
@@ -21,6 +24,7 @@ using Names = std::vector<std::string>;
 
 constexpr char kMetadata[] = "/usr/lib/orbane/lifecycle/metadata/";
 constexpr char kSchemas[] = "/usr/lib/orbane/configmanager/schemas";
+constexpr char kTool[] = "/usr/lib/orbane/lifecycle/bin/stowctl.py";
 
 struct MetadataFile {
   char const* name;
@@ -203,6 +207,43 @@ TEST(CatalogueLocalizer, LanguagesWithoutCatalogueCostNoSearch) {
 }
 
 using BuildProviderDeathTest = BuildProviderTest;
+
+/// In a process of its own, since the originator stays once it was found.
+TEST_F(BuildProviderDeathTest, WithoutASchemaErrorsAreAnsweredUnstamped) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  auto const tellErrors = [this] {
+    fs::remove_all(kSchemas);
+    fs::create_directories(fs::path(kTool).parent_path());
+    std::ofstream(kTool) << "print('no document')\n";
+    auto const provider = Build();
+    auto const task = StructValue::GetInstance("");
+    task->SetField("task", StringValue::GetInstance("none"));
+    struct Road {
+      char const* service;
+      DataValuePtr input;
+    };
+    for (Road const& road :
+         {Road{"com.orbane.none", StructValue::GetInstance("")}, Road{"com.orbane.halo.tasks", task},
+          Road{"com.orbane.ryn.hosts.software.ryn", StructValue::GetInstance("")}}) {
+      log.Clear();
+      auto const result = Call(*provider, road.service, "get", road.input);
+      std::string const name(result->error()->name());
+      std::string const stamp = result->error()->HasField("__originator__") ? "stamped" : "unstamped";
+      auto const failures = log.texts(0);
+      std::cerr << name.substr(name.rfind('.') + 1) << ' ' << stamp << ' '
+                << std::count(failures.begin(), failures.end(), "Method failed")
+                << std::count(failures.begin(), failures.end(),
+                              "A call ended with an exception: Unable to find ryn-base schema")
+                << '|';
+    }
+    std::cerr << '\n';
+    std::_Exit(0);
+  };
+  // What meets an answer of the service's own is caught behind the service.
+  EXPECT_EXIT(tellErrors(), testing::ExitedWithCode(0),
+              "^operation_not_found unstamped 11\\|not_found unstamped 10\\|internal_server_error unstamped "
+              "11\\|\n$");
+}
 
 TEST_F(BuildProviderDeathTest, MissingOrDamagedMetadataEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -20,10 +20,14 @@ constexpr char kSchemas[] = "/usr/lib/orbane/configmanager/schemas";
 
 class ErrorAnnotatorFilterTest : public testing::Test {
  protected:
-  Seen Call() {
-    Seen seen;
+  void CallInto(Seen& seen) {
     filter->Invoke(std::make_shared<Lumo::Core::MethodIdentifier const>("a.b", "c"), nullptr,
                    TestActivation(), seen.Callback());
+  }
+
+  Seen Call() {
+    Seen seen;
+    CallInto(seen);
     return seen;
   }
 
@@ -53,8 +57,15 @@ class ErrorAnnotatorFilterTest : public testing::Test {
 TEST_F(ErrorAnnotatorFilterTest, StampsErrorsOnceTheOriginatorIsFound) {
   RemoveSchemas();
   next->result = MethodResult::GetErrorInstance(ErrorValue::GetInstance("e"));
-  EXPECT_THROW(Call(), std::runtime_error);
-  EXPECT_THROW(Call(), std::runtime_error) << "tried again";
+  for (char const* const attempt : {"first", "tried again"}) {
+    Seen unstamped;
+    EXPECT_THROW(CallInto(unstamped), std::runtime_error) << attempt;
+    EXPECT_EQ(unstamped.answers, 1) << attempt;
+    EXPECT_EQ(unstamped.result, next->result);
+    EXPECT_FALSE(unstamped.result->error()->HasField("__originator__"));
+    EXPECT_EQ(unstamped.progress.current, 4);
+    EXPECT_TRUE(unstamped.continues);
+  }
 
   InstallSchema();
   Seen const seen = Call();

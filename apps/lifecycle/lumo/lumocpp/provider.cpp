@@ -1,10 +1,12 @@
 #include "apps/lifecycle/lumo/lumocpp/provider.h"
 
 #include <boost/asio/post.hpp>
+#include <exception>
 #include <functional>
 #include <list>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "apps/lifecycle/lumo/lumocpp/security_chain.h"
 #include "apps/lifecycle/lumo/lumocpp/services.h"
@@ -61,6 +63,19 @@ InterfaceList MetadataServices() {
   return services;
 }
 
+/// Queues closures for the I/O thread. A std::exception that leaves one ends no more than that closure.
+std::function<void(std::function<void()>)> Dispatcher(boost::asio::io_context& io) {
+  return [&io](std::function<void()> closure) {
+    boost::asio::post(io, [closure = std::move(closure)] {
+      try {
+        closure();
+      } catch (std::exception const& e) {
+        CSLogger::Log(0, "A call ended with an exception: %s", e.what());
+      }
+    });
+  };
+}
+
 }  // namespace
 
 std::shared_ptr<Lumo::L10n::Localizer const> CatalogueLocalizer() {
@@ -84,7 +99,7 @@ std::shared_ptr<Lumo::Core::AsyncApiProvider> BuildProvider(
   InterfaceList services = BindServices(localizer);
   services.splice(services.end(), metadataServices);
 
-  auto const post = [&io](std::function<void()> closure) { boost::asio::post(io, std::move(closure)); };
+  auto const post = Dispatcher(io);
   auto const container = InterfaceContainer::GetInstance(services);
   auto const local = std::make_shared<Lumo::Provider::AsyncLocalProvider<DummyMutex>>(post, container);
   // Only now, since they report on the finished provider.
