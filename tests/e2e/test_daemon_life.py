@@ -14,6 +14,7 @@ import resource
 import shutil
 import signal
 import socket
+import stat
 import struct
 import sys
 import threading
@@ -34,6 +35,7 @@ GATE = STATE / "lifecycle.task"
 APPLY_PID = STATE / "lifecycle.apply.pid"
 DATABASE = STATE / "task-status.json.db"
 METADATA = pathlib.Path("/usr/lib/orbane/lifecycle/metadata")
+SCHEMAS = pathlib.Path("/usr/lib/orbane/configmanager/schemas")
 MODULES = pathlib.Path("/usr/lib/orbane/configmanager/apply_modules")
 SERVICES = pathlib.Path("/etc/services")
 IPV6_SWITCH = pathlib.Path("/proc/sys/net/ipv6/conf/all/disable_ipv6")
@@ -96,19 +98,33 @@ def held_up_at_start(daemon: Daemon) -> Iterator[None]:
             pipe.write(content)
 
 
-def refuse_a_handler_for_sigterm() -> None:
-    """Makes sigaction fail for SIGTERM, in this process and the program that it becomes, by a system call filter."""
+def refuse(numbers: dict[str, int], arguments: dict[int, int]) -> None:
+    """Makes a system call with the given arguments (values by index) fail with EPERM, in this process and the program that
+    it becomes, by a filter. `numbers` are the call's, by machine."""
     prctl_set_no_new_privs, prctl_set_seccomp, mode_filter = 38, 22, 2
-    load, jump_if_equal, give = 0x20, 0x15, 0x06  # of 32 bit words of the call: number at 0, first argument at 16
+    load, jump_if_equal, give = 0x20, 0x15, 0x06
     allow, fail = 0x7fff0000, 0x00050000 | errno.EPERM
-    number = {"x86_64": 13, "aarch64": 134}[platform.machine()]
-    steps = [(load, 0, 0, 0), (jump_if_equal, 0, 3, number), (load, 0, 0, 16), (jump_if_equal, 0, 1, signal.SIGTERM),
-             (give, 0, 0, fail), (give, 0, 0, allow)]
+    # Of the call's 32 bit words the number lies at 0, the lower halves of the arguments at 16, 24 …
+    words = [(0, numbers[platform.machine()]), *((16 + 8 * index, value) for index, value in arguments.items())]
+    steps = []
+    for left, (offset, value) in zip(range(len(words), 0, -1), words):
+        steps += [(load, 0, 0, offset), (jump_if_equal, 0, 2 * left - 1, value)]
+    steps += [(give, 0, 0, fail), (give, 0, 0, allow)]
     code = ctypes.create_string_buffer(b"".join(struct.pack("=HBBI", *step) for step in steps))
     program = ctypes.create_string_buffer(struct.pack("@HP", len(steps), ctypes.addressof(code)))
     libc = ctypes.CDLL(None, use_errno=True)
     if libc.prctl(prctl_set_no_new_privs, 1, 0, 0, 0) or libc.prctl(prctl_set_seccomp, mode_filter, program):
         raise OSError(ctypes.get_errno(), "no system call filter")
+
+
+def refuse_a_handler_for_sigterm() -> None:
+    """`sigaction` fails for SIGTERM."""
+    refuse({"x86_64": 13, "aarch64": 134}, {0: signal.SIGTERM})
+
+
+def refuse_sockets_for_ipv6_alone() -> None:
+    """`setsockopt` fails for IPV6_V6ONLY."""
+    refuse({"x86_64": 54, "aarch64": 208}, {1: socket.IPPROTO_IPV6, 2: socket.IPV6_V6ONLY})
 
 
 def listening() -> set[tuple[str, str]]:
@@ -186,6 +202,7 @@ def test_no_entry_in_the_services_database_ends_the_start(stopped_daemon: Daemon
     with replaced(SERVICES, without):
         assert re.fullmatch(r"VERIFY \S+endpoint\.cpp:\d+\n", died_at_start(stopped_daemon))
     [failure] = syslog.wait("^getaddrinfo failed. Error: ")
+    assert failure.text == "getaddrinfo failed. Error: Servname not supported for ai_socktype"
     assert failure.severity == "err"
     syslog.wait("^ServerConfig{")
     texts = syslog.texts()
@@ -200,6 +217,19 @@ def test_port_is_the_one_of_the_services_database(stopped_daemon: Daemon) -> Non
         wait_for(lambda: is_listening(port=7555), "the daemon's other port")
         assert not is_listening()
         assert Rpc(port=7555)(f"{INTROSPECTION}.provider.get")["id"] == "AsyncLocalProvider"
+
+
+def test_state_folder_that_others_can_write_ends_the_start(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    mode = stat.S_IMODE(STATE.stat().st_mode)
+    STATE.chmod(0o777)
+    try:
+        output = died_at_start(stopped_daemon)
+    finally:
+        STATE.chmod(mode)
+    [entry] = syslog.wait("^Uncaught exception: .*others can write to its folder")
+    assert entry.severity == "err"
+    assert output == entry.text + "\n"
+    assert syslog.find("^Loading ") == []
 
 
 # --- where it listens ---
@@ -308,6 +338,15 @@ def test_endpoint_that_cannot_start_is_status_minus_one(stopped_daemon: Daemon, 
     assert syslog.find("^HTTP endpoint listening on TCP port") == []
 
 
+def test_ipv6_that_cannot_be_kept_apart_is_status_minus_one(stopped_daemon: Daemon, syslog: SystemLog) -> None:
+    stopped_daemon.launch(preexec_fn=refuse_sockets_for_ipv6_alone)
+    assert stopped_daemon.process is not None
+    assert stopped_daemon.process.wait(PATIENCE) == 255
+    [entry] = syslog.wait("^Failed to start HTTP service. Aborting. Error:set_option")
+    assert entry.severity == "err"
+    assert syslog.find("^HTTP endpoint listening on TCP port") == []
+
+
 # --- how it runs ---
 
 
@@ -344,6 +383,23 @@ def test_errors_carry_the_originator(daemon: Daemon, rpc: Rpc) -> None:
     with pytest.raises(ApiError) as caught:
         rpc("com.orbane.none.get")
     assert caught.value.code == -32601
+    assert caught.value.data["__originator__"] == "pak[ryn-base-1.0.0]"
+
+
+def test_without_a_schema_errors_are_answered_unstamped(daemon: Daemon, rpc: Rpc, syslog: SystemLog) -> None:
+    with contextlib.ExitStack() as without:
+        for path in list(SCHEMAS.iterdir()):
+            without.enter_context(replaced(path, None))
+        for method, params in (("com.orbane.none.get", None), (f"{TASKS}.get", {"task": "none"})):
+            with pytest.raises(ApiError) as caught:
+                rpc(method, params)
+            assert caught.value.code == (-32601 if params is None else -32003)
+            assert "__originator__" not in caught.value.data
+        syslog.wait("^A call ended with an exception: Unable to find ryn-base schema$")
+        syslog.wait("^Method failed$", 2)
+        assert daemon.running
+    with pytest.raises(ApiError) as caught:
+        rpc("com.orbane.none.get")
     assert caught.value.data["__originator__"] == "pak[ryn-base-1.0.0]"
 
 

@@ -30,16 +30,6 @@ extern "C" void OnSigterm(int /*signal*/) {
   __atomic_store_n(&exitFlag, 1, __ATOMIC_RELEASE);
 }
 
-/// Without an output the daemon runs all the same, silently.
-void AddSyslogOutput() {
-  LogCfgInterface* const config = Log_CfgInterface();
-  LogOutput* const output = Log_NewSyslogOutput("keeld", "syslog", 0, config);
-  Log_SetOutputLevel(output, kLogLevel);
-  if (!Log_AddOutput(output)) {
-    Log_FreeOutput(output);
-  }
-}
-
 void HandleSigterm() {
   struct sigaction action {};
   action.sa_handler = &OnSigterm;
@@ -50,6 +40,15 @@ void HandleSigterm() {
 }
 
 }  // namespace
+
+void AddSyslogOutput() {
+  LogCfgInterface* const config = Log_CfgInterface();
+  LogOutput* const output = Log_NewSyslogOutput("keeld", "syslog", 0, config);
+  Log_SetOutputLevel(output, kLogLevel);
+  if (!Log_AddOutput(output)) {
+    Log_FreeOutput(output);
+  }
+}
 
 int RunDaemon() {
   AddSyslogOutput();

@@ -45,10 +45,7 @@ std::uint32_t LookUpPort() {
   addrinfo* found = nullptr;
   int const failure = getaddrinfo(nullptr, "keeld", &hints, &found);
   if (failure != 0) {
-    int const systemError = errno;
-    bool const isSystem = failure == EAI_SYSTEM;
-    CSLogger::Log(0, "getaddrinfo failed. Error: %s%s%s", gai_strerror(failure),
-                  isSystem ? " system error: " : "", isSystem ? std::strerror(systemError) : "");
+    CSLogger::LogText(0, LookUpFailure(failure, errno));
     return 0;
   }
   std::uint32_t const port = found == nullptr ? 0 : PortOf(*found);
@@ -74,6 +71,16 @@ ServerConfig MakeConfig(std::uint32_t port, std::shared_ptr<Lumo::Log::Logger> c
 }
 
 }  // namespace
+
+std::string LookUpFailure(int code, int systemError) {
+  std::string text = "getaddrinfo failed. Error: ";
+  text += gai_strerror(code);
+  if (code == EAI_SYSTEM) {
+    text += " system error: ";
+    text += std::strerror(systemError);
+  }
+  return text;
+}
 
 Endpoint::Endpoint(std::shared_ptr<Lumo::Core::AsyncApiProvider> const& provider, boost::asio::io_context& io,
                    std::shared_ptr<Lumo::Log::Logger> const& logger)
