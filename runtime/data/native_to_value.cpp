@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "runtime/data/localizable_message.h"
+
 namespace Lumo::Data {
 
 namespace {
@@ -103,19 +105,7 @@ void NativeToValueAdapter::EnumText(Enum const& source, EnumDescriptor const& de
 
 void NativeToValueAdapter::MessageMethod(NativeConstPtr const& source, DataValuePtr* const& destination,
                                          Stack& /*work*/, MessageList& /*errors*/) {
-  auto const& message = source.as<BaseMessage>();
-  auto const structure = StructValue::GetInstance("com.orbane.lumo.std.localizable_message");
-  auto const args = ListValue::GetInstance(ListValue::Form::List);
-  args->Reserve(message.args().size());
-  for (std::string const& arg : message.args()) {
-    args->Add(StringValue::GetInstance(arg));
-  }
-  structure->ReserveFields(4);
-  structure->SetField("id", StringValue::GetInstance(message.id()));
-  structure->SetField("default_message", StringValue::GetInstance(message.defaultMessage()));
-  structure->SetField("args", args);
-  structure->SetField("localized", OptionalValue::GetInstance());
-  *destination = structure;
+  *destination = MakeLocalizableMessage(source.as<BaseMessage>());
 }
 
 void NativeToValueAdapter::FieldsMethod(NativeConstPtr const& source, DataValuePtr* const& destination,

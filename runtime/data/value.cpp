@@ -9,6 +9,7 @@
 
 #include "runtime/data/arena.h"
 #include "runtime/data/field_names.h"
+#include "runtime/data/localizable_message.h"
 #include "runtime/data/tail_allocator.h"
 
 namespace Lumo::Data {
@@ -242,18 +243,8 @@ std::shared_ptr<ErrorValue> ErrorValue::GetInstance(std::string_view name) {
 std::shared_ptr<ErrorValue> ErrorValue::Create(std::string_view name, MessageList const& messages) {
   auto list = ListValue::GetInstance(ListValue::Form::List);
   list->Reserve(messages.size());
-  for (BaseMessage const& message : messages) {
-    auto args = ListValue::GetInstance(ListValue::Form::List);
-    args->Reserve(message.args().size());
-    for (std::string const& arg : message.args())
-      args->Add(StringValue::GetInstance(arg));
-    auto item = StructValue::GetInstance(kLocalizableMessageName);
-    item->ReserveFields(3);
-    item->SetField("id", StringValue::GetInstance(message.id()));
-    item->SetField("default_message", StringValue::GetInstance(message.defaultMessage()));
-    item->SetField("args", args);
-    list->Add(item);
-  }
+  for (BaseMessage const& message : messages)
+    list->Add(MakeLocalizableMessage(message));
   auto error = GetInstance(name);
   error->SetField("messages", list);
   return error;

@@ -258,26 +258,29 @@ class CompoundValue : public DataValue {
   Arena* arena_ = nullptr;
 };
 
-class StructValue final : public CompoundValue {
+class StructValue : public CompoundValue {
  public:
   /// The value only refers to `name`; GetInstance copies it.
-  explicit StructValue(std::string_view name) : CompoundValue(Kind::Structure, name) {}
+  explicit StructValue(std::string_view name) : StructValue(Kind::Structure, name) {}
   static std::shared_ptr<StructValue> GetInstance(std::string_view name);
-  static constexpr bool Accepts(Kind kind) noexcept { return kind == Kind::Structure; }
+
+ protected:
+  StructValue(Kind kind, std::string_view name) : CompoundValue(kind, name) {}
 };
 
-class ErrorValue final : public CompoundValue {
+/// Read as a structure it is one whose name is the error's identifier.
+class ErrorValue final : public StructValue {
  public:
   /// The value only refers to `name`; GetInstance copies it.
-  explicit ErrorValue(std::string_view name) : CompoundValue(Kind::Error, name) {}
+  explicit ErrorValue(std::string_view name) : StructValue(Kind::Error, name) {}
   static std::shared_ptr<ErrorValue> GetInstance(std::string_view name);
   /// An error with the field "messages", a list of LocalizableMessage structures.
   static std::shared_ptr<ErrorValue> Create(std::string_view name, MessageList const& messages);
   static constexpr bool Accepts(Kind kind) noexcept { return kind == Kind::Error; }
 };
 
-/// Downcast on the kind: null when `value` is null or of another kind. CompoundValue takes structures and
-/// errors, ListValue all list forms.
+/// Downcast on the kind: null when `value` is null or of another kind. CompoundValue and StructValue take
+/// structures and errors, ListValue all list forms.
 template <typename T>
 T const* As(DataValue const* value) noexcept {
   return value && T::Accepts(value->KindTag()) ? static_cast<T const*>(value) : nullptr;
@@ -287,9 +290,5 @@ std::shared_ptr<T const> As(DataValuePtr const& value) noexcept {
   T const* raw = As<T>(value.get());
   return raw ? std::shared_ptr<T const>(value, raw) : nullptr;
 }
-
-/// The structure by which API errors carry a message: id, default_message, args; `localized` is added at the
-/// edge.
-inline constexpr std::string_view kLocalizableMessageName = "com.orbane.lumo.std.localizable_message";
 
 }  // namespace Lumo::Data

@@ -246,18 +246,11 @@ void ValueToNativeAdapter::MessageMethod(DataValuePtr const& source, NativePtr c
   DataValuePtr const value = Unwrap(source);
   CompoundValue const* const structure = As<CompoundValue>(value.get());
   if (structure == nullptr || As<StringValue>(structure->Find("id")) == nullptr) {
-    WrongType(value.get(), "com.orbane.lumo.std.localizable_message", work, errors);
+    WrongType(value.get(), kLocalizableMessageName, work, errors);
     return;
   }
-  std::list<std::string> args;
-  if (ListValue const* const list = As<ListValue>(structure->Find("args"))) {
-    for (std::size_t index = 0; index < list->size(); ++index) {
-      StringValue const* const arg = As<StringValue>(list->Item(index));
-      args.emplace_back(arg ? arg->value() : std::string_view());
-    }
-  }
-  destination.as<BaseMessage>() =
-      BaseMessage(TextOf(*structure, "id"), TextOf(*structure, "default_message"), args);
+  destination.as<BaseMessage>() = BaseMessage(TextOf(*structure, "id"), TextOf(*structure, "default_message"),
+                                              MessageArguments(*structure));
 }
 
 void ValueToNativeAdapter::FieldsMethod(DataValuePtr const& source, NativePtr const& destination, Stack& work,

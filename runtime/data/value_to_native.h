@@ -8,8 +8,10 @@
 #include <set>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "runtime/data/adapt_entry.h"
+#include "runtime/data/localizable_message.h"
 #include "runtime/data/native_to_value.h"
 #include "runtime/l10n/date_time.h"
 #include "runtime/message.h"
@@ -130,7 +132,7 @@ std::string NativeTypeName() {
   } else if constexpr (std::is_same_v<T, DynamicStructure>) {
     return "dynamic";
   } else if constexpr (std::is_same_v<T, BaseMessage>) {
-    return "com.orbane.lumo.std.localizable_message";
+    return std::string(kLocalizableMessageName);
   } else if constexpr (IsSharedPtr<T>::value) {
     return TypeInfo<std::remove_const_t<typename T::element_type>>::name();
   } else if constexpr (std::is_base_of_v<Enum, T>) {
@@ -285,6 +287,7 @@ void ValueToNativeAdapter::MapBeginMethod(DataValuePtr const& source, NativePtr 
     return;
   }
   // Pushed from the last to the first, so that the first fault in order of arrival is the one that is told.
+  // Faulty entries of the list form come before faulty values.
   if (CompoundValue const* const compound = As<CompoundValue>(value.get())) {
     for (std::size_t index = compound->size(); index-- > 0;) {
       std::string_view const key = compound->FieldName(index);
@@ -296,18 +299,28 @@ void ValueToNativeAdapter::MapBeginMethod(DataValuePtr const& source, NativePtr 
     return;
   }
   auto const& list = *As<ListValue>(value.get());
-  for (std::size_t index = list.size(); index-- > 0;) {
+  struct Entry {
     std::string_view key;
-    DataValue const* element = nullptr;
-    if (!MapEntry(list, index, key, element, work, errors)) {
+    DataValue const* source;
+    V* destination;
+  };
+  std::vector<Entry> entries(list.size());
+  for (std::size_t index = 0; index < list.size(); ++index) {
+    Entry& entry = entries[index];
+    if (!MapEntry(list, index, entry.key, entry.source, work, errors)) {
       return;
     }
-    auto const [item, added] = map.emplace(key, V());
+    auto const [item, added] = map.emplace(entry.key, V());
     if (!added) {
-      DuplicateKey(key, work, errors);
+      DuplicateKey(entry.key, work, errors);
       return;
     }
-    work.PushField({DataValuePtr(value, element), nullptr, MethodOf<V>(), NativePtr(&item->second)}, key);
+    entry.destination = &item->second;
+  }
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+    work.PushField(
+        {DataValuePtr(value, entry->source), nullptr, MethodOf<V>(), NativePtr(entry->destination)},
+        entry->key);
   }
 }
 

@@ -72,7 +72,8 @@ DataValue const* Map(Data::Arena& arena, DataValue const* value) {
     return nullptr;
   for (std::size_t index = 0; index < list->size(); ++index) {
     auto const* entry = Data::As<Data::StructValue>(list->Item(index));
-    if (!entry || entry->size() != 2 || !(entry->name().empty() || entry->name() == kMapEntryName))
+    if (!entry || entry->KindTag() != Data::Kind::Structure || entry->size() != 2 ||
+        !(entry->name().empty() || entry->name() == kMapEntryName))
       return nullptr;
     std::array<Member, 2> const fields{
         {{kMapKey, entry->Find(kMapKey)}, {kMapValue, entry->Find(kMapValue)}}};

@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/data/localizable_message.h"
+
 namespace Lumo::L10n {
 namespace {
 
@@ -21,23 +23,11 @@ using Data::OptionalValue;
 using Data::StringValue;
 using Data::StructValue;
 
-constexpr std::string_view kMessageName = "com.orbane.lumo.std.localizable_message";
 constexpr std::string_view kLocalizedField = "localized";
 
 std::string Text(CompoundValue const& from, std::string_view field) {
   auto const* const text = As<StringValue>(from.Find(field));
   return text ? std::string(text->value()) : std::string();
-}
-
-std::list<std::string> Arguments(CompoundValue const& message) {
-  std::list<std::string> args;
-  if (auto const* const list = As<ListValue>(message.Find("args"))) {
-    for (std::size_t i = 0; i < list->size(); ++i) {
-      auto const* const arg = As<StringValue>(list->Item(i));
-      args.emplace_back(arg ? arg->value() : std::string_view());
-    }
-  }
-  return args;
 }
 
 std::size_t ChildCount(DataValue const* value) {
@@ -142,9 +132,10 @@ class Walk {
   };
 
   void Enter(DataValue const* value) {
-    auto const* const compound = As<StructValue>(value);
-    if (compound && compound->name() == kMessageName) {
-      Leave(Localized(*compound));
+    auto const* const structure = As<StructValue>(value);
+    if (structure && structure->GetKind() == Kind::Structure &&
+        structure->name() == Data::kLocalizableMessageName) {
+      Leave(Localized(*structure));
     } else if (ChildCount(value) > 0) {
       stack_.push_back(Frame{value, 0, {}});
     } else {
@@ -174,8 +165,8 @@ class Walk {
 
   /// A copy of the message with its text; null when no better language has it.
   DataValuePtr Localized(StructValue const& message) const {
-    std::string const text = LocalizableMessageHelpers::LocalizedText(localizer_, Text(message, "id"),
-                                                                      Arguments(message), locale_);
+    std::string const text = LocalizableMessageHelpers::LocalizedText(
+        localizer_, Text(message, "id"), Data::MessageArguments(message), locale_);
     if (text.empty()) {
       return nullptr;
     }

@@ -280,6 +280,21 @@ TEST(ValueToNative, MapsTakeStructuresAndTheListForm) {
               ElementsAre("lumo.data.bad.cast($[0],structure,map-entry)"));
 }
 
+TEST(ValueToNative, TheFirstFaultOfAMapIsTold) {
+  using Map = std::map<std::string, long long>;
+  for (DataValuePtr const& two : {DataValuePtr(MapOf({{"a", Text("x")}, {"b", Null()}})),
+                                  DataValuePtr(Object({{"a", Text("x")}, {"b", Null()}}))}) {
+    EXPECT_THAT(Faults<Map>(two), ElementsAre("lumo.data.bad.cast(a,string,integer)"));
+  }
+  EXPECT_THAT(Faults<Map>(ListOf({Int(1), Text("x")}, ListValue::Form::Map)),
+              ElementsAre("lumo.data.bad.cast($[0],integer,map-entry)"));
+  EXPECT_THAT(Faults<Map>(MapOf({{"a", Int(1)}, {"a", Int(2)}, {"b", Int(1)}, {"b", Int(2)}})),
+              ElementsAre("lumo.data.duplicate.key(a)"));
+  EXPECT_THAT(Faults<Map>(MapOf({{"a", Text("x")}, {"b", Int(1)}, {"b", Int(2)}})),
+              ElementsAre("lumo.data.duplicate.key(b)"))
+      << "entries come before values";
+}
+
 TEST(ValueToNative, UnknownFieldsAreIgnoredOrRefused) {
   using Unknown = ValueToNativeAdapter::UnknownFields;
   DataValuePtr const value = Object({{"name", Text("a")}, {"surplus", Int(1)}});

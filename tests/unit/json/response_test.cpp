@@ -66,7 +66,7 @@ TEST(Response, VoidAndUnsetResultsAreNull) {
 TEST(Response, ErrorsInBothFormsAndDialects) {
   EXPECT_EQ(
       Invoke(JsonApiResponseSerializer<0>(), "21", Failure(NotFound())).text,
-      R"({"jsonrpc":"2.0","id":1,"error":{"code":-32003,"message":"no \"x\"","data":{"@error":"com.orbane.lumo.std.errors.not_found","messages":[{"@struct":"com.orbane.lumo.std.localizable_message","id":"x.y","default_message":"no \"x\"","args":["x"]}]}}})");
+      R"({"jsonrpc":"2.0","id":1,"error":{"code":-32003,"message":"no \"x\"","data":{"@error":"com.orbane.lumo.std.errors.not_found","messages":[{"@struct":"com.orbane.lumo.std.localizable_message","id":"x.y","default_message":"no \"x\"","args":["x"],"localized":{"@optional":null}}]}}})");
   EXPECT_EQ(
       Invoke(JsonApiDirectResponseSerializer<0>(), "11", Failure(NotFound())).text,
       R"({"version":"1.1","id":1,"error":{"name":"JSONRPCError","code":-32003,"message":"no \"x\"","data":{"messages":[{"id":"x.y","default_message":"no \"x\"","args":["x"]}]}}})");

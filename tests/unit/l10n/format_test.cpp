@@ -128,12 +128,33 @@ TEST(BaseMessage, ConstructorDoesNotFormat) {
 }
 
 TEST(CoreMessages, EveryIdHasItsText) {
-  for (char const* id :
-       {"lumo.data.bad.cast2", "lumo.data.field.missing", "lumo.data.invalid.type", "lumo.data.unset.field",
-        "lumo.data.unset.non.optional.field", "lumo.metadata.component.duplicate",
-        "lumo.metadata.component.missing", "lumo.metadata.file.malformed", "lumo.metadata.file.unreadable",
-        "lumo.provider.interface.duplicate", "lumo.provider.operation.not.found",
-        "lumo.provider.service.not.found"}) {
+  for (char const* id : {"lumo.data.bad.cast",
+                         "lumo.data.bad.cast2",
+                         "lumo.data.duplicate.key",
+                         "lumo.data.field.missing",
+                         "lumo.data.field.unreadable",
+                         "lumo.data.invalid.type",
+                         "lumo.data.unknown.field",
+                         "lumo.data.unset.field",
+                         "lumo.data.unset.non.optional.field",
+                         "lumo.invalid.content.type",
+                         "lumo.invalid.request",
+                         "lumo.json.annotation.error",
+                         "lumo.json.invalid.params",
+                         "lumo.json.invalid.request",
+                         "lumo.json.parse.error",
+                         "lumo.json.request.refused",
+                         "lumo.json.write.error",
+                         "lumo.metadata.component.duplicate",
+                         "lumo.metadata.component.missing",
+                         "lumo.metadata.file.malformed",
+                         "lumo.metadata.file.unreadable",
+                         "lumo.provider.interface.duplicate",
+                         "lumo.provider.operation.not.found",
+                         "lumo.provider.service.not.found",
+                         "lumo.recv.failed",
+                         "lumo.request.exceeds.max.size",
+                         "lumo.send.failed"}) {
     EXPECT_NE(Lumo::Message<Lumo::CoreTag>::DefaultMessageForId(id), id);
   }
   EXPECT_EQ(Lumo::Message<Lumo::CoreTag>::DefaultMessageForId("lumo.none.such"), "lumo.none.such");

@@ -45,7 +45,10 @@ TEST(Value, CastsByKind) {
   EXPECT_TRUE(As<CompoundValue>(structure));
   EXPECT_TRUE(As<ErrorValue>(error));
   EXPECT_FALSE(As<ErrorValue>(structure));
-  EXPECT_FALSE(As<StructValue>(error));
+  EXPECT_TRUE(As<StructValue>(structure));
+  EXPECT_TRUE(As<StructValue>(error));
+  EXPECT_EQ(As<StructValue>(error)->GetKind(), Kind::Error);
+  EXPECT_FALSE(As<StructValue>(DataValuePtr(ListValue::GetInstance(Form::List))));
   EXPECT_TRUE(As<ListValue>(DataValuePtr(ListValue::GetInstance(Form::EnumSet))));
   EXPECT_FALSE(As<StringValue>(DataValuePtr(SecretValue::GetInstance("s"))));
   EXPECT_FALSE(As<StringValue>(DataValuePtr()));
@@ -178,15 +181,17 @@ TEST(Value, ErrorsCarryTheirMessages) {
       ErrorValue::Create("e.id", {BaseMessage("m.1", "first", {"a", "b"}), BaseMessage("m.2", "second", {})});
   EXPECT_EQ(error->name(), "e.id");
   EXPECT_TRUE(DataValue::Equals(
-      *error, *Error("e.id", {{"messages",
-                               List(Form::List, {Struct("com.orbane.lumo.std.localizable_message",
-                                                        {{"id", Str("m.1")},
-                                                         {"default_message", Str("first")},
-                                                         {"args", List(Form::List, {Str("a"), Str("b")})}}),
-                                                 Struct("com.orbane.lumo.std.localizable_message",
-                                                        {{"id", Str("m.2")},
-                                                         {"default_message", Str("second")},
-                                                         {"args", List(Form::List, {})}})})}})));
+      *error,
+      *Error("e.id", {{"messages", List(Form::List, {Struct("com.orbane.lumo.std.localizable_message",
+                                                            {{"id", Str("m.1")},
+                                                             {"default_message", Str("first")},
+                                                             {"args", List(Form::List, {Str("a"), Str("b")})},
+                                                             {"localized", Unset()}}),
+                                                     Struct("com.orbane.lumo.std.localizable_message",
+                                                            {{"id", Str("m.2")},
+                                                             {"default_message", Str("second")},
+                                                             {"args", List(Form::List, {})},
+                                                             {"localized", Unset()}})})}})));
   EXPECT_EQ(ErrorValue::GetInstance("e")->size(), 0U);
   EXPECT_TRUE(
       DataValue::Equals(*ErrorValue::Create("e", {}), *Error("e", {{"messages", List(Form::List, {})}})));
