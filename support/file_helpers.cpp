@@ -9,6 +9,7 @@
 #include <cstdio>
 
 #include "platform/logging/logging.h"
+#include "support/path_exists.h"
 
 namespace LifeCycle {
 namespace {
@@ -17,11 +18,7 @@ char const* const kTag = "WriteToFile";
 
 void _MakeParent(std::string const& path) {
   boost::filesystem::path const parent = boost::filesystem::path(path).parent_path();
-  if (parent.empty()) {
-    return;
-  }
-  boost::system::error_code error;
-  if (boost::filesystem::status(parent, error).type() > boost::filesystem::file_not_found) {
+  if (parent.empty() || PathExists(parent.string())) {
     return;
   }
   CSLogger::Log(2, "[%s] Creating directory %s", kTag, parent.c_str());

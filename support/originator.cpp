@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "platform/logging/logging.h"
+#include "support/path_exists.h"
 
 namespace LifeCycle {
 namespace {
@@ -15,8 +16,7 @@ constexpr std::size_t kSchemaSuffixLength = sizeof "-schema" - 1;
 }  // namespace
 
 bool IsDpuFlavour() {
-  boost::system::error_code error;
-  return boost::filesystem::status(kFlavourMarker, error).type() > boost::filesystem::file_not_found;
+  return PathExists(kFlavourMarker);
 }
 
 std::string MakeOriginatorId(std::string const& name) {

@@ -1,18 +1,14 @@
 #include "tasks/task_store.h"
 
-#include <boost/filesystem.hpp>
+#include "support/path_exists.h"
 
 namespace LifeCycle {
 
 TaskStore::TaskStore(std::string const& path, bool reset)
     : manager_(TaskDB::TaskManager::FromPath(path + ".db")), path_(path) {
-  if (!reset) {
-    boost::system::error_code error;
-    if (boost::filesystem::status(path + ".db", error).type() > boost::filesystem::file_not_found) {
-      return;
-    }
+  if (reset || !PathExists(path + ".db")) {
+    manager_->init();
   }
-  manager_->init();
 }
 
 bool TaskStore::get(std::string const& id, TaskDB::TaskInfo& info, int retries) {
