@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <stdexcept>
 
 #include "runtime/core/call_observer.h"
 #include "runtime/provider/notify.h"
@@ -13,6 +14,7 @@ using namespace Lumo;
 using namespace Lumo::Provider;
 using Container = AsyncApiInterfaceConcurrentContainer<DummyMutex>;
 
+/// Answers with its input, but throws at the text "throw".
 class EchoMethod final : public AsyncApiMethod {
  public:
   explicit EchoMethod(std::string const& service)
@@ -21,6 +23,9 @@ class EchoMethod final : public AsyncApiMethod {
   MethodDefinition const& definition() const override { return definition_; }
   void Invoke(Data::DataValuePtr const& input, std::shared_ptr<Core::AsyncActivation> const& /*activation*/,
               Core::AsyncApiResultCb const& callback) const override {
+    if (Data::As<Data::StringValue>(input.get())->value() == "throw") {
+      throw std::runtime_error("from the method");
+    }
     callback(Core::MethodResult::GetInstance(input), Progress(), {});
   }
 
@@ -144,6 +149,13 @@ TEST_F(AsyncLocalProviderTest, UnknownServiceOrOperationIsOneError) {
     ASSERT_NE(message, nullptr);
     EXPECT_EQ(Data::As<Data::StringValue>(message->Find("id"))->value(), c.messageId);
   }
+}
+
+TEST_F(AsyncLocalProviderTest, WhatAMethodThrowsIsNotCaught) {
+  input = Data::StringValue::GetInstance("throw");
+  Call("a.b", "echo");
+  EXPECT_THROW(RunQueue(), std::runtime_error);
+  EXPECT_EQ(answers, 0);
 }
 
 TEST_F(AsyncLocalProviderTest, TellsTheObserverOnceOfAReachedOperation) {
