@@ -140,7 +140,7 @@ void AsyncTransactionProtocolHandler<T, E>::SendInvalidRequest() {
   answer->body = InvalidRequestBody(*extractor_, spec_->httpBodySizeLimitInBytes);
   SendFixed(std::move(answer), [](Self& self, boost::system::error_code const& failure) {
     if (failure) {
-      self.LogLine(1, "Failed to send InvalidRequest response:", " ", StringOfError(failure));
+      self.LogLine(1, "Failed to send InvalidRequest response:", StringOfError(failure));
     } else {
       self.LogLine(1, "Sent InvalidRequest response:");
     }
@@ -241,7 +241,7 @@ void AsyncTransactionProtocolHandler<T, E>::WriteLastChunk(ResultWrite write) {
 template <typename T, typename E>
 bool AsyncTransactionProtocolHandler<T, E>::HeadSent(boost::system::error_code const& error) {
   if (error) {
-    LogLine(1, "Failed to sent response head", " ", StringOfError(error));
+    LogLine(1, "Failed to sent response head", StringOfError(error));
     Finish(ToErrorValue(error, Direction::Send));
     return false;
   }

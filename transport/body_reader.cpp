@@ -6,8 +6,9 @@ namespace Lumo::Transport::Http {
 
 namespace {
 constexpr std::size_t kFirstRoom = 1024;
-/// As much as a declared length is trusted for before any byte of the body is there.
-constexpr std::size_t kTrusted = 65536;
+/// As much as a declared length is trusted for before any byte of the body is there: what may have been read
+/// together with the head.
+constexpr std::size_t kTrusted = 4096;
 }  // namespace
 
 boost::asio::mutable_buffer BodyBuffer::Room() {

@@ -16,8 +16,8 @@
 
 namespace Lumo::Transport::Http {
 
-/// The bytes of a body. Grows with what arrives, and trusts a declared length only once something has
-/// arrived, so that a header alone costs nothing.
+/// The bytes of a body. Grows with what arrives, and trusts a declared length beyond 4 KiB only once
+/// something has arrived, so that a header alone costs next to nothing.
 class BodyBuffer {
  public:
   /// Takes at most `maxBytes`. `declaredBytes` is the content length, 0 when there is none.

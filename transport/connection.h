@@ -193,7 +193,7 @@ void Connection<Base>::StartTransaction(Stream stream,
 template <typename Base>
 void Connection<Base>::EndTransaction(Http::ErrorPtr const& error, void const* transaction, bool keepAlive) {
   if (error) {
-    Log::Write(spec_->logger, 0, "Handle request error: [", transaction, "] ", error->ToString());
+    Log::Write(spec_->logger, 0, "Handle request error: [", transaction, "]", error->ToString());
     stream_->close();
     return;
   }

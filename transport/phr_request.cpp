@@ -26,9 +26,6 @@ constexpr std::array<bool, 256> kToken = MakeTokenTable();
 constexpr bool IsToken(char c) noexcept {
   return kToken[static_cast<unsigned char>(c)];
 }
-constexpr bool IsBlank(char c) noexcept {
-  return c == ' ' || c == '\t';
-}
 
 /// Control bytes: below the blank, and DEL.
 constexpr bool IsControl(char c) noexcept {

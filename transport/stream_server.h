@@ -117,7 +117,7 @@ class StreamServer final : public PolymorphicStreamServer,
     timer->async_wait([self = this->shared_from_this(), timer](boost::system::error_code const& error) {
       self->delayed_ = false;
       if (error) {
-        Log::Write(self->logger_, 4, "Delay timer Accept Error: ", StringOfError(error), " ",
+        Log::Write(self->logger_, 4, "Delay timer Accept Error: ", StringOfError(error),
                    self->acceptor_.Info());
         return;
       }

@@ -12,9 +12,6 @@ constexpr unsigned char Lower(char c) noexcept {
   return byte >= 'A' && byte <= 'Z' ? static_cast<unsigned char>(byte + ('a' - 'A')) : byte;
 }
 
-constexpr bool IsBlank(char c) noexcept {
-  return c == ' ' || c == '\t';
-}
 constexpr bool IsDigit(char c) noexcept {
   return c >= '0' && c <= '9';
 }

@@ -9,6 +9,11 @@
 
 namespace Lumo {
 
+/// The blanks of a header line: space and horizontal tab.
+constexpr bool IsBlank(char c) noexcept {
+  return c == ' ' || c == '\t';
+}
+
 /// Compares without regard to ASCII case: negative, 0 or positive as strcmp.
 int StrICmp(boost::string_view a, boost::string_view b) noexcept;
 

@@ -2,61 +2,25 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/optional.hpp>
 #include <boost/utility/string_view.hpp>
-#include <cstdint>
+#include <optional>
 #include <string>
 
+#include "runtime/json/base64.h"
 #include "transport/text.h"
 
 namespace Lumo::Provider::JsonRpc1_1 {
 
 namespace {
 
-constexpr std::size_t kBase64Group = 4;
-
-/// RFC 4648, section 4: 0 to 63, or -1.
-int Base64Digit(char c) noexcept {
-  if (c >= 'A' && c <= 'Z') {
-    return c - 'A';
+/// Nothing for malformed base64 and for no base64 at all.
+std::optional<std::string> Decoded(boost::string_view base64) {
+  std::string bytes(base64.begin(), base64.end());
+  std::optional<std::size_t> const size = Protocol::Json::DecodeBase64(bytes, bytes.data());
+  if (bytes.empty() || !size) {
+    return std::nullopt;
   }
-  if (c >= 'a' && c <= 'z') {
-    return c - 'a' + 26;
-  }
-  if (c >= '0' && c <= '9') {
-    return c - '0' + 52;
-  }
-  return c == '+' ? 62 : (c == '/' ? 63 : -1);
-}
-
-/// Strict: padded, nothing but the alphabet, unused bits zero.
-boost::optional<std::string> DecodeBase64(boost::string_view text) {
-  if (text.empty() || text.size() % kBase64Group != 0) {
-    return boost::none;
-  }
-  std::size_t padding = 0;
-  while (padding < 2 && text[text.size() - 1 - padding] == '=') {
-    ++padding;
-  }
-  std::string bytes;
-  bytes.reserve(text.size() / kBase64Group * 3);
-  std::uint32_t bits = 0;
-  int bitCount = 0;
-  for (char c : text.substr(0, text.size() - padding)) {
-    int const digit = Base64Digit(c);
-    if (digit < 0) {
-      return boost::none;
-    }
-    bits = (bits << 6 | static_cast<std::uint32_t>(digit)) & 0xffffU;
-    bitCount += 6;
-    if (bitCount >= 8) {
-      bitCount -= 8;
-      bytes.push_back(static_cast<char>(bits >> bitCount & 0xffU));
-    }
-  }
-  if ((bits & ((1U << bitCount) - 1U)) != 0) {
-    return boost::none;
-  }
+  bytes.resize(*size);
   return bytes;
 }
 
@@ -77,7 +41,7 @@ boost::string_view TrimFront(boost::string_view text) noexcept {
 /// RFC 7617: user-id and password are split by the first colon and hold no control characters.
 Core::SecurityContext UserPassContext(boost::string_view credentials) {
   Core::SecurityContext security;
-  boost::optional<std::string> const decoded = DecodeBase64(credentials);
+  std::optional<std::string> const decoded = Decoded(credentials);
   if (!decoded || HoldsControl(*decoded)) {
     return security;
   }

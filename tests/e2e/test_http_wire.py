@@ -174,7 +174,7 @@ def test_types_are_refused(daemon: Daemon, syslog: SystemLog, content_type: str 
     assert error["data"]["@error"] == name
     syslog.wait("^Request is considered as bad$")
     syslog.wait(r"^Sent InvalidRequest response:\[0x[0-9a-f]+\]$")
-    syslog.wait(r"^Handle request error: \[0x[0-9a-f]+\] InvalidRequest")
+    syslog.wait(r"^Handle request error: \[0x[0-9a-f]+\]InvalidRequest")
 
 
 @pytest.mark.parametrize("headers, body", [

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <boost/asio/read.hpp>
@@ -150,7 +152,12 @@ TEST_F(AsioTcpApiServerTest, AServerThatListensAlreadyGoesOn) {
   ASSERT_FALSE(server_.Start());
   logger_->TakeLines();
   EXPECT_TRUE(server_.Start());
-  EXPECT_THAT(logger_->TakeLines(), testing::Each(testing::HasSubstr("Failed to listen on: ")));
+  EXPECT_THAT(
+      logger_->TakeLines(),
+      testing::ElementsAre(
+          "2 IPv4 Failed to listen on: " + EndpointToString(server_.config().endpoint4) + " ec: asio.misc:1",
+          "2 IPv6 Failed to listen on: " + EndpointToString(server_.config().endpoint6) +
+              " ec: asio.misc:1"));
   Run();
   EXPECT_NE(Exchange(server_.config().endpoint4, Call("", R"({"jsonrpc":"2.0","id":1,"method":"s.o"})")), "");
 }
@@ -179,6 +186,58 @@ TEST_F(AsioTcpApiServerTest, AfterStopNobodyIsTakenIn) {
     socket.connect(server_.config().endpoint4, error);
   } while (!error);
   EXPECT_EQ(error, boost::asio::error::connection_refused);
+}
+
+TEST_F(AsioTcpApiServerTest, ConnectionsGoOnAfterStop) {
+  ASSERT_FALSE(server_.Start());
+  Run();
+  std::string const call = Call("", R"({"jsonrpc":"2.0","id":1,"method":"s.o"})");
+  std::string const first = Exchange(server_.config().endpoint4, call);
+  ASSERT_NE(first, "");
+  boost::asio::io_context io;
+  tcp::socket open(io);
+  open.connect(server_.config().endpoint4);
+  for (bool const stopped : {false, true}) {
+    if (stopped) {
+      server_.Stop();
+      ASSERT_TRUE(AwaitLine(";TerminalAcceptError.Acceptor info:"));
+    }
+    boost::asio::write(open, boost::asio::buffer(call));
+    std::string answer(first.size(), '\0');
+    boost::asio::read(open, boost::asio::buffer(answer));
+    EXPECT_EQ(answer, first) << stopped;
+  }
+}
+
+TEST_F(AsioTcpApiServerTest, ASilentConnectionIsClosedAfterTheReadTimeout) {
+  ServerConfig config = Config(logger_);
+  config.readTimeout = std::chrono::milliseconds(1);
+  AsioTcpApiServer server(Provider(), io_, config);
+  ASSERT_FALSE(server.Start());
+  Run();
+  boost::asio::io_context io;
+  tcp::socket silent(io);
+  silent.connect(server.config().endpoint4);
+  timeval const patience{20, 0};
+  ASSERT_EQ(setsockopt(silent.native_handle(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+  char byte = 0;
+  EXPECT_EQ(recv(silent.native_handle(), &byte, 1, 0), 0);
+  io_.stop();
+  thread_.join();
+}
+
+TEST(StreamTuner, LetsSmallWritesGoAtOnce) {
+  boost::asio::io_context io;
+  Asio::TcpSocket socket(io.get_executor());
+  AsioTcpApiServer::StreamTuner const tune;
+  tune(socket);  // not open: the failure is ignored
+  socket.open(tcp::v4());
+  tcp::no_delay option;
+  socket.get_option(option);
+  ASSERT_FALSE(option.value());
+  tune(socket);
+  socket.get_option(option);
+  EXPECT_TRUE(option.value());
 }
 
 TEST_F(AsioTcpApiServerTest, SurvivesALackOfDescriptors) {

@@ -96,6 +96,7 @@ class StreamServerTest : public testing::Test {
         std::move(acceptor),
         [this](std::shared_ptr<Stream> const& stream) {
           EXPECT_TRUE(stream);
+          stream_ = stream;
           armedAtConnection_ = state_->armed.size();
           ++connections_;
         },
@@ -122,6 +123,8 @@ class StreamServerTest : public testing::Test {
   std::shared_ptr<int> tuned_ = std::make_shared<int>(0);
   std::shared_ptr<FakeSocketAcceptor::State> state_;
   std::shared_ptr<Server> server_;
+  /// Of the last connection.
+  std::shared_ptr<Stream> stream_;
   int connections_ = 0;
   std::size_t armedAtConnection_ = 0;
 };
@@ -157,21 +160,44 @@ TEST_F(StreamServerTest, StopClosesLaterAndEndsTheLoop) {
                           "LocalEndpoint:127.0.0.1:7433"));
 }
 
-TEST_F(StreamServerTest, EveryOtherErrorEndsTheLoop) {
-  for (int const number : {ENFILE, ECONNABORTED, ENOBUFS, ENOMEM, EPERM}) {
+TEST_F(StreamServerTest, EachStreamHasTheTimeoutsOfTheAcceptor) {
+  auto const ignore = [](error_code const& /*error*/, std::size_t /*count*/) {};
+  char byte = 0;
+  for (bool const writes : {false, true}) {
     ASSERT_FALSE(server_->Start());
-    state_->Complete(error_code(number, boost::system::system_category()));
-    EXPECT_TRUE(state_->armed.empty());
-    EXPECT_THAT(logger_->TakeLines(),
-                ElementsAre("4 Accept Error: system:" + std::to_string(number) +
-                            ";TerminalAcceptError.Acceptor info:LocalEndpoint:127.0.0.1:7433"));
-    Advance(std::chrono::seconds(10));
-    EXPECT_TRUE(state_->armed.empty());
-    EXPECT_TRUE(state_->open) << "the listening socket stays open but unserved";
+    state_->Complete({});
+    auto const wire = stream_->lowest().socket().wire();
+    wire->blockWrites = true;
+    if (writes) {
+      stream_->async_write_some(boost::asio::const_buffer(&byte, 1), ignore);
+    } else {
+      stream_->async_read_some(boost::asio::mutable_buffer(&byte, 1), ignore);
+    }
+    Advance(std::chrono::seconds(writes ? 1800 : 1200) - std::chrono::nanoseconds(1));
+    EXPECT_FALSE(wire->shutDown) << writes;
+    Advance(std::chrono::nanoseconds(1));
+    EXPECT_TRUE(wire->shutDown) << writes;
   }
+}
+
+class TerminalErrorTest : public StreamServerTest, public testing::WithParamInterface<int> {};
+
+TEST_P(TerminalErrorTest, EndsTheLoop) {
+  ASSERT_FALSE(server_->Start());
+  state_->Complete(error_code(GetParam(), boost::system::system_category()));
+  EXPECT_TRUE(state_->armed.empty());
+  EXPECT_THAT(logger_->TakeLines(),
+              ElementsAre("4 Accept Error: system:" + std::to_string(GetParam()) +
+                          ";TerminalAcceptError.Acceptor info:LocalEndpoint:127.0.0.1:7433"));
+  Advance(std::chrono::seconds(10));
+  EXPECT_TRUE(state_->armed.empty());
+  EXPECT_TRUE(state_->open) << "the listening socket stays open but unserved";
   EXPECT_EQ(connections_, 0);
   EXPECT_EQ(*tuned_, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(Errors, TerminalErrorTest,
+                         testing::Values(ENFILE, ECONNABORTED, ENOBUFS, ENOMEM, EPERM, ECANCELED));
 
 TEST_F(StreamServerTest, ALackOfDescriptorsIsTriedAtOnceAndOnceMoreAfterTheDelay) {
   ASSERT_FALSE(server_->Start());
@@ -250,7 +276,7 @@ TEST_F(StreamServerTest, ADelayThatIsCancelledIsToldAndArmsNothing) {
   FakeClock::CancelAll();
   Poll();
   EXPECT_THAT(logger_->TakeLines(),
-              ElementsAre("4 Delay timer Accept Error: system:125 LocalEndpoint:127.0.0.1:7433"));
+              ElementsAre("4 Delay timer Accept Error: system:125LocalEndpoint:127.0.0.1:7433"));
   EXPECT_TRUE(state_->armed.empty());
 }
 

@@ -216,8 +216,8 @@ TEST_P(StackTest, AFailureToTellTheClientIsAReadFailure) {
   Poll();
   EXPECT_THAT(logger_->TakeLines(),
               ElementsAre("0 Request head: [P]", "1 RequestReadCb: [P] Error: system:104",
-                          "1 Failed to send InvalidRequest response:[P] system:104",
-                          testing::StartsWith("0 Handle request error: [P] InvalidRequest")));
+                          "1 Failed to send InvalidRequest response:[P]system:104",
+                          testing::StartsWith("0 Handle request error: [P]InvalidRequest")));
   EXPECT_FALSE(wire_->open);
 }
 

@@ -234,10 +234,9 @@ TEST_F(ResultTest, AWriteThatFailsAnywhereStopsTheResponse) {
     EXPECT_EQ(wire_->output, whole.substr(0, room));
     EXPECT_FALSE(wire_->open);
     Lines const lines = Outcome(logger_->TakeLines());
-    std::string const end = "0 Handle request error: [P] system_error";
+    std::string const end = "0 Handle request error: [P]system_error";
     if (room < head) {
-      EXPECT_THAT(lines, ElementsAre("1 Failed to sent response head[P] system:104", StartsWith(end)))
-          << room;
+      EXPECT_THAT(lines, ElementsAre("1 Failed to sent response head[P]system:104", StartsWith(end))) << room;
       EXPECT_EQ(next_.calls, 0);
     } else if (room < body) {
       EXPECT_THAT(lines, ElementsAre("0 Response head sent: [P]", "1 Failed to sent response body [P]",
@@ -269,9 +268,9 @@ TEST_F(ResultTest, AnyWriteOfALargeResponseMayFail) {
     Poll();
     EXPECT_FALSE(wire_->open);
     Lines const lines = Outcome(logger_->TakeLines());
-    std::string const end = "0 Handle request error: [P] system_error";
+    std::string const end = "0 Handle request error: [P]system_error";
     if (failing == 0) {
-      EXPECT_THAT(lines, ElementsAre("1 Failed to sent response head[P] system:104", StartsWith(end)));
+      EXPECT_THAT(lines, ElementsAre("1 Failed to sent response head[P]system:104", StartsWith(end)));
     } else if (failing < writes - 1) {
       EXPECT_THAT(lines, ElementsAre("0 Response head sent: [P]", "1 Failed to sent response body [P]",
                                      StartsWith(end)));
@@ -290,7 +289,7 @@ TEST_F(ResultTest, AWriteOfALaterResultMayFail) {
   (*std::exchange(next_.callback, nullptr))(TextResult("b"), {}, next_.Function());
   Poll();
   EXPECT_THAT(logger_->TakeLines(), ElementsAre("1 Failed to sent response body [P]",
-                                                StartsWith("0 Handle request error: [P] system_error")));
+                                                StartsWith("0 Handle request error: [P]system_error")));
   EXPECT_EQ(next_.calls, 2);
   EXPECT_FALSE(next_.callback);
   EXPECT_FALSE(wire_->open);
@@ -303,7 +302,7 @@ TEST_F(ResultTest, AResultThatCannotBeSerialisedEndsTheConnection) {
                   {}, {});
   };
   EXPECT_EQ(Exchange(Call()), "");
-  EXPECT_THAT(Outcome(logger_->TakeLines()), ElementsAre(StartsWith("0 Handle request error: [P] ")));
+  EXPECT_THAT(Outcome(logger_->TakeLines()), ElementsAre(StartsWith("0 Handle request error: [P]")));
   EXPECT_FALSE(wire_->open);
 }
 

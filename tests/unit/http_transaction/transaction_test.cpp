@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/unit/http_transaction/fake_connection.h"
+#include "transport/update_execution_ctx_helper.h"
 
 namespace Lumo::Transport::TestSupport {
 namespace {
@@ -44,6 +45,23 @@ TEST_F(TransactionTest, AConnectionThatIsToCloseSaysSoAndCloses) {
   EXPECT_EQ(logger_->TakeLines(), kCallLines);
   calls_.clear();
   EXPECT_TRUE(wire_->destroyed);
+}
+
+TEST_F(TransactionTest, TheApplicationsOwnUpdateReachesTheCall) {
+  class OriginKeeper final : public Provider::JsonRpc1_1::ContextUpdate {
+   public:
+    void Update(Http::HeaderRange& headers, Core::ExecutionContext& context) const override {
+      for (; !headers.atEnd(); headers.advance()) {
+        if (headers.current().name() == "x-origin") {
+          context.applicationData()["origin"] = std::string(headers.current().value());
+        }
+      }
+    }
+  };
+  spec_->contextUpdate = std::make_shared<OriginKeeper const>();
+  EXPECT_EQ(Exchange(Call("X-Origin: here\r\n")), Answer());
+  ASSERT_EQ(calls_.size(), 1U);
+  EXPECT_EQ(calls_[0].activation->executionContext()->applicationData().at("origin"), "here");
 }
 
 TEST_F(TransactionTest, AnOldClientWithoutConnectionHeaderIsKept) {
@@ -155,7 +173,7 @@ TEST_F(TransactionTest, RequestsThatCannotBeUnderstoodAreAnsweredAndClosed) {
     EXPECT_EQ(wire_->writes.size(), 1U);
     EXPECT_THAT(logger_->TakeLines(), ElementsAre("0 Request head: [P]", "1 Request is considered as bad",
                                                   "1 Sent InvalidRequest response:[P]",
-                                                  StartsWith("0 Handle request error: [P] InvalidRequest")));
+                                                  StartsWith("0 Handle request error: [P]InvalidRequest")));
   }
   EXPECT_TRUE(calls_.empty());
 }
@@ -166,8 +184,8 @@ TEST_F(TransactionTest, AnInvalidAnswerThatCannotBeSentIsLogged) {
   wire_->Feed("POST / HTTP/1.1\r\n\r\n");
   Poll();
   EXPECT_THAT(logger_->TakeLines(), ElementsAre("0 Request head: [P]", "1 Request is considered as bad",
-                                                "1 Failed to send InvalidRequest response:[P] system:104",
-                                                StartsWith("0 Handle request error: [P] InvalidRequest")));
+                                                "1 Failed to send InvalidRequest response:[P]system:104",
+                                                StartsWith("0 Handle request error: [P]InvalidRequest")));
   EXPECT_FALSE(wire_->open);
 }
 
@@ -184,7 +202,7 @@ TEST_F(TransactionTest, ABodyOfTheLimitIsTakenAndOneByteMoreIsNot) {
   EXPECT_THAT(logger_->TakeLines(),
               ElementsAre("0 Request head: [P]", "1 RequestReadCb: [P] Error: Lumo Transport Http:2",
                           "1 Sent InvalidRequest response:[P]",
-                          StartsWith("0 Handle request error: [P] InvalidRequest")));
+                          StartsWith("0 Handle request error: [P]InvalidRequest")));
   EXPECT_FALSE(wire_->open);
 
   std::string const chunked =
@@ -205,7 +223,7 @@ TEST_F(TransactionTest, ABodyThatEndsEarlyIsAnsweredAsInvalid) {
   EXPECT_THAT(logger_->TakeLines(),
               ElementsAre("0 Request head: [P]", "1 RequestReadCb: [P] Error: Lumo Transport PicoHttp:6",
                           "1 Sent InvalidRequest response:[P]",
-                          StartsWith("0 Handle request error: [P] InvalidRequest")));
+                          StartsWith("0 Handle request error: [P]InvalidRequest")));
 }
 
 TEST_F(TransactionTest, AMalformedChunkIsAnsweredAsInvalid) {
@@ -225,8 +243,8 @@ TEST_F(TransactionTest, ASilentBodyTimesOut) {
   EXPECT_FALSE(wire_->open);
   EXPECT_THAT(logger_->TakeLines(),
               ElementsAre("0 Request head: [P]", "1 RequestReadCb: [P] Error: Lumo Transport PicoHttp:6",
-                          "1 Failed to send InvalidRequest response:[P] system:32",
-                          StartsWith("0 Handle request error: [P] InvalidRequest")));
+                          "1 Failed to send InvalidRequest response:[P]system:32",
+                          StartsWith("0 Handle request error: [P]InvalidRequest")));
 }
 
 TEST_F(TransactionTest, AnIdleConnectionIsClosedWithoutAWord) {
@@ -253,7 +271,7 @@ TEST_F(TransactionTest, AClientThatReadsTooSlowlyIsCutOff) {
   Poll();
   Advance(kWriteTimeout);
   EXPECT_FALSE(wire_->open);
-  EXPECT_THAT(logger_->TakeLines(), testing::Contains("1 Failed to sent response head[P] system:32"));
+  EXPECT_THAT(logger_->TakeLines(), testing::Contains("1 Failed to sent response head[P]system:32"));
 }
 
 TEST_F(TransactionTest, AnEmptyBodyGetsNoAnswerAndTheNextRequestIsServed) {
@@ -305,7 +323,7 @@ TEST_F(TransactionTest, ADeserializerErrorThatCannotBeSentIsLogged) {
   Lines const lines = logger_->TakeLines();
   ASSERT_EQ(lines.size(), 5U);
   EXPECT_EQ(lines[3], "1 Failed to sent Deserializer error [P] Error: system:104");
-  EXPECT_THAT(lines[4], StartsWith("0 Handle request error: [P] system_error"));
+  EXPECT_THAT(lines[4], StartsWith("0 Handle request error: [P]system_error"));
   EXPECT_FALSE(wire_->open);
 }
 
