@@ -76,10 +76,7 @@ class SecurityChain : public testing::Test {
   }
   ~SecurityChain() override { fs::remove(kMarker); }
 
-  void Build() {
-    chain = BuildSecurityChain([this](std::function<void()> closure) { queue.push_back(std::move(closure)); },
-                               services, logger);
-  }
+  void Build() { chain = BuildSecurityChain(queue.Poster(), services, logger); }
 
   /// The name of the error that a call ends with, its last part; "served" otherwise.
   std::string Call(std::string const& service, std::string const& user = {},
