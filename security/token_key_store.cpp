@@ -20,6 +20,9 @@ using Orbane::Descriptor;
 constexpr int kFailureLevel = 4;  // of Lumo::Log::Logger
 constexpr std::size_t kMostNameBytes = 128;
 constexpr std::size_t kMostFileBytes = 16U << 10U;  // an RSA key of 16384 bits takes 3 KiB
+/// Names come from callers, and where files can't be opened for want of descriptors any name is complained
+/// of.
+constexpr std::size_t kMostComplaints = 256;
 /// A file's times advance in steps of some milliseconds; one that changed this short a time ago could change
 /// once more and look the same.
 constexpr time_t kSettledSeconds = 1;
@@ -121,6 +124,7 @@ std::shared_ptr<TokenKey const> TokenKeyStore::Find(std::string const& name) {
     Complain("", problem);
     return nullptr;
   }
+  complaints_.erase("");
   // Without O_NONBLOCK a pipe of that name would hold the daemon up.
   Descriptor const file(openat(folder.get(), (name + ".pem").c_str(),
                                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -178,6 +182,9 @@ bool TokenKeyStore::IsSettled(timespec const& changed) const {
 }
 
 void TokenKeyStore::Complain(std::string const& name, std::string const& problem) {
+  if (complaints_.size() >= kMostComplaints) {
+    complaints_.clear();
+  }
   std::string& last = complaints_[name];
   if (last == problem) {
     return;

@@ -210,6 +210,18 @@ TEST_F(TokenKeyStoreTest, WithoutAFolderThereAreNoKeys) {
             Lines{"4 Token keys can't be used: " + folder.path().string() + ": it is no folder"});
 }
 
+TEST_F(TokenKeyStoreTest, ProblemsThatComeAgainAreLoggedAgain) {
+  for (int i = 0; i < 2; ++i) {
+    fs::rename(folder.path(), folder.root() / "away");
+    ExpectFolderRefused(folder.path(), "No such file or directory");
+    fs::rename(folder.root() / "away", folder.path());
+    folder.Write("lab", "bad");
+    ExpectRefused("it does not hold one PEM block PUBLIC KEY and nothing else");
+    folder.Write("lab", CurveKey().PublicPem());
+    EXPECT_NE(store.Find("lab"), nullptr);
+  }
+}
+
 TEST_F(TokenKeyStoreTest, LeavesNoDescriptorOpen) {
   folder.Write("lab", CurveKey().PublicPem());
   int const before = open("/dev/null", O_RDONLY | O_CLOEXEC);
