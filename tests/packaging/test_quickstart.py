@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import pathlib
+import shutil
 import subprocess
 
 import pytest
@@ -60,6 +61,41 @@ def test_help_names_every_option() -> None:
     text = run(QUICKSTART, "--help").stdout
     for option in ("--shell", "--install", "--preset", "--help"):
         assert option in text
+
+
+def test_says_where_to_read_why_a_build_failed() -> None:
+    log = PROJECT / "build/no-such-preset.build.log"
+    try:
+        result = run(PROJECT / "tools/build-stage", "no-such-preset")
+        assert result.returncode == 1
+        assert "No such preset" in result.stderr
+        assert result.stderr.endswith("the build failed; all of it is in build/no-such-preset.build.log\n")
+        assert "No such preset" in log.read_text()
+    finally:
+        log.unlink(missing_ok=True)
+
+
+def install_packages(tmp_path: pathlib.Path, packages: str, *launcher: str) -> subprocess.CompletedProcess[str]:
+    """Runs tools/install-packages of a project that needs `packages`."""
+    (tmp_path / "tools").mkdir()
+    script = tmp_path / "tools/install-packages"
+    shutil.copy(PROJECT / "tools/install-packages", script)
+    (tmp_path / "packages.txt").write_text(packages)
+    for folder in (tmp_path, *tmp_path.parents[:3]):
+        folder.chmod(0o755)
+    return run(*launcher, script)
+
+
+def test_packages_that_are_there_need_nothing(tmp_path: pathlib.Path) -> None:
+    result = install_packages(tmp_path, "# needed\nbash\n\ndpkg # more\n")
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+
+
+def test_missing_packages_are_named_to_who_may_not_install_them(tmp_path: pathlib.Path) -> None:
+    result = install_packages(tmp_path, "bash\nno-such-one\nno-such-other\n", "setpriv", "--reuid=65534", "--regid=65534",
+                              "--clear-groups")
+    assert result.returncode == 1
+    assert result.stderr == "missing packages; as root: apt-get install no-such-one no-such-other\n"
 
 
 def progress(tmp_path: pathlib.Path, lines: list[str], *words: str) -> tuple[list[str], str]:
