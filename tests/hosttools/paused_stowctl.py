@@ -51,7 +51,8 @@ if __name__ == "__main__":
     words = sys.argv[2:]
     if "--no-grace" in words:
         words.remove("--no-grace")
-        termination.Termination.__init__.__defaults__ = (0.0,)
+        init = termination.Termination.__init__
+        init.__defaults__ = (0.0, *init.__defaults__[1:])  # grace_seconds comes first
     _pause_before(sys.argv[1])
     _tell_of_requests()
     sys.exit(cli.main(words))

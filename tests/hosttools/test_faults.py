@@ -16,8 +16,8 @@ from pathlib import Path
 import pytest
 from orbane_stow.builder.serve import DepotServer
 from stalling import StallingServer
-from support import (IMAGE_ROOT, STATE, STOWCTL, Host, TinyDepot, check_whole, deployments, hello, image_state,
-                     spec)
+from support import (IMAGE_ROOT, PATIENCE_SECONDS, STATE, STOWCTL, Host, TinyDepot, check_whole, deployments, hello,
+                     image_state, spec)
 from test_tasks import paused
 
 CONNECT = "com.orbane.ryn.stow.depot.connect.error"
@@ -163,6 +163,7 @@ def test_a_server_that_refuses(host: Host, status: int) -> None:
 def test_a_server_that_is_silent(host: Host) -> None:
     """SIGTERM ends a task that waits for an answer which never comes."""
     with socket.create_server(("127.0.0.1", 0)) as listener:
+        listener.settimeout(PATIENCE_SECONDS)
         task, process = host.start("apply", spec("1"), [f"http://127.0.0.1:{listener.getsockname()[1]}"],
                                    "--no-grace", program=(str(Path(__file__).with_name("paused_stowctl.py")),
                                                           "queries.ryn_get"))
