@@ -9,14 +9,15 @@ from pathlib import Path
 
 
 class Stalling(http.server.SimpleHTTPRequestHandler):
-    """Serves a depot, and after `server.allowed` objects keeps quiet until `server.released`."""
+    """Serves a depot, and after `server.allowed` files of the kind `server.stall_at` keeps quiet until
+    `server.released`."""
 
     protocol_version = "HTTP/1.1"
 
     def do_GET(self) -> None:
         server = self.server
         assert isinstance(server, StallingServer)
-        if self.path.endswith(".filez"):
+        if self.path.endswith(server.stall_at):
             server.asked.append(self.path)
             if len(server.asked) > server.allowed:
                 server.stalled.set()
@@ -31,13 +32,14 @@ class Stalling(http.server.SimpleHTTPRequestHandler):
 
 
 class StallingServer(http.server.ThreadingHTTPServer):
-    """See `Stalling`; `asked` are the paths of the objects that were asked for."""
+    """See `Stalling`; `stall_at` is the end of the files' names, `asked` are the paths of those asked for."""
 
     daemon_threads = True
 
-    def __init__(self, folder: Path, allowed: int) -> None:
+    def __init__(self, folder: Path, allowed: int, stall_at: str = ".filez") -> None:
         super().__init__(("127.0.0.1", 0), functools.partial(Stalling, directory=str(folder)))
         self.allowed = allowed
+        self.stall_at = stall_at
         self.asked: list[str] = []
         self.stalled, self.released = threading.Event(), threading.Event()
         self.url = f"http://127.0.0.1:{self.server_port}"
