@@ -91,7 +91,7 @@ endfunction()
 
 # Unit tests whose code runs in more than one thread: those that a thread sanitizer build is about.
 set(KEELD_THREADED_TESTS access_lock audit daemon http_server platform_audit platform_logging platform_logging_syslog
-    platform_poll platform_process platform_taskdb platform_tickets scheduler support task_service values)
+    platform_poll platform_process platform_taskdb platform_tickets ryncli scheduler support task_service values)
 
 # keeld_unit_test(NAME [SANDBOX] [TIMEOUT seconds] [LINK target...]): executable unit_NAME of all .cpp files of the
 # current folder, and one ctest entry unit.NAME that runs all its cases (GTEST_FILTER picks some).
