@@ -12,6 +12,7 @@ from harness.daemon import Daemon, processes
 from harness.depots import Depots, DepotServer
 from harness.image import SYSROOT, deployments, hello, verify
 from harness.syslog import SystemLog
+from harness.tokens import MARKER, Issuer, bearer, remove_dpu
 from harness.wire import ApiError, Rpc
 
 RUN = "com.orbane.ryn.keel_daemon.data_processing_unit.ryncli.run_ryncli_cmd"
@@ -75,6 +76,24 @@ def test_an_image_by_commands_alone(daemon: Daemon, rpc: Rpc, web: DepotServer, 
     assert [entry.text for entry in syslog.find("About to run .* component remove")] == [
         f'{LINE}/bin/ryncli --formatter=xml software component remove -n "monitor-agent"']
     assert processes().keys() == {daemon.pid}
+
+
+def test_on_a_data_processing_unit(stopped_daemon: Daemon, web: DepotServer) -> None:
+    MARKER.touch()
+    try:
+        issuer = Issuer("lab").install()
+        stopped_daemon.start()
+        for entitlements in ([], ["Software.View"], ["Task.View"]):
+            with pytest.raises(ApiError) as caught:
+                run(Rpc(headers=bearer(issuer.token(entitlements=entitlements))), "COMPONENT_LIST")
+            assert caught.value.kind == "UNAUTHORIZED"
+        rpc = Rpc(headers=bearer(issuer.token(entitlements=["Software.Apply"])))
+        run(rpc, "PROFILE_INSTALL", [MAIN], ("-n", "ryn:1.0.0"))
+        run(rpc, "COMPONENT_APPLY", [MAIN], ("-n", "net-driver:1.1.0"), prefix="NEARCLI_INTERNAL")
+        assert hello() == ["base image 1.0.0", "component net-driver 1.1.0"]
+        assert stopped_daemon.stop() == 0
+    finally:
+        remove_dpu()
 
 
 def test_the_documented_line_with_the_real_tool(daemon: Daemon, rpc: Rpc, web: DepotServer, syslog: SystemLog) -> None:
