@@ -34,6 +34,9 @@ target_link_libraries(keeld_options INTERFACE Threads::Threads)
 if(KEELD_SANITIZE)
   target_compile_options(keeld_options INTERFACE -fsanitize=${KEELD_SANITIZE} -fno-omit-frame-pointer)
   target_link_options(keeld_options INTERFACE -fsanitize=${KEELD_SANITIZE})
+  # The sanitizers stand in front of crypt_r(), which they find only in a library that is there from the start; PAM loads
+  # it later.
+  target_link_options(keeld_options INTERFACE -Wl,--push-state,--no-as-needed,-lcrypt,--pop-state)
   if(KEELD_SANITIZE MATCHES thread) # Asio's fences: the compiler warns that it cannot see them, and they do no harm
     target_compile_options(keeld_options INTERFACE -Wno-tsan)
   endif()
