@@ -114,7 +114,7 @@ TEST(IsValidDepots, OneDepot) {
                            Verdict{"http://depot/index.xmlx", false},
                            Verdict{"http://d\u00e9pot/index.xml", false},
                            Verdict{"http://a[b]/index.xml", false},
-                           Verdict{std::string("http://a\0b/index.xml", 21), false},
+                           Verdict{std::string("http://a\0b/index.xml", 20), false},
                            Verdict{std::string("http://a/index.xml\0", 19), false},
                            Verdict{"xhttp://depot/index.xml", false},
                            Verdict{"http://a/index.xml\nhttp://b/index.xml", false}}) {
@@ -214,7 +214,7 @@ TEST(IsValidArgument, ColonForms) {
 void OnSmallStack(std::function<void()> work) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 * 1024), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::size_t{512} * 1024), 0);
   pthread_t thread;
   ASSERT_EQ(pthread_create(
                 &thread, &attributes,
@@ -248,9 +248,9 @@ TEST(LongTexts, NeedNoStack) {
 }
 
 TEST(Patterns, ManyThreadsAtOnce) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
+  std::vector<std::thread> threads(4);
+  for (std::thread& thread : threads) {
+    thread = std::thread([] {
       for (int k = 0; k < 200; ++k) {
         std::string command;
         EXPECT_TRUE(IsValidDepots({"http:a.xml"}, command));

@@ -21,7 +21,6 @@ using FakeCommandRunner::commands;
 using FakeCommandRunner::ending;
 using FakeCommandRunner::printed;
 using Orbane::CapturedLine;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace Svc = Com::Orbane::Ryn::KeelDaemon::DataProcessingUnit::RyncliSvc;
@@ -51,7 +50,7 @@ class RyncliService : public testing::Test {
   }
   ServiceCall::Answer Call(std::string const& input) {
     log_.Clear();
-    ServiceCall::Answer const answer = ServiceCall::Call(api_, "run_ryncli_cmd", input);
+    ServiceCall::Answer answer = ServiceCall::Call(api_, "run_ryncli_cmd", input);
     EXPECT_EQ(answer.answers, 1);
     return answer;
   }

@@ -1,9 +1,9 @@
 // What the tools of the command service get to see, with the real process control between.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <string>
