@@ -6,6 +6,7 @@
 #include "bindings/com/orbane/lumo/std/errors.h"
 #include "platform/logging/logging.h"
 #include "runtime/core/activation.h"
+#include "runtime/core/recycled.h"
 #include "security/audit_context.h"
 #include "security/user_pass_security_context_reader.h"
 
@@ -135,7 +136,7 @@ void CallRegistrarBase::Invoke(std::shared_ptr<Core::MethodIdentifier const> con
 
 template <typename Map>
 std::shared_ptr<Api::CallObserver> CallRegistrar<Map>::MakeObserver() const {
-  return std::make_shared<Api::AuditContext<Map>>(hook_);
+  return Core::MakeRecycled<Api::AuditContext<Map>>(hook_);
 }
 
 template class CallRegistrar<std::map<std::string, std::string>>;

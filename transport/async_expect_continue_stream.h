@@ -76,7 +76,7 @@ class AsyncExpectContinueStream {
   Stream inner_;
   Asio::ReadAhead unread_;
   bool toSend_ = true;
-  std::vector<boost::asio::const_buffer> pieces_;
+  Asio::PieceList pieces_;
 };
 
 }  // namespace Lumo::Transport::PicoHttp::PicoHttpDetail

@@ -1,12 +1,12 @@
 // Bodies of AsyncTransactionProtocolHandler; for the sources that instantiate it.
 #pragma once
 
+#include "runtime/core/recycled.h"
 #include "runtime/errors/categories.h"
 #include "runtime/errors/string_of_error.h"
 #include "runtime/l10n/localizer.h"
 #include "transport/async_transaction_protocol_handler.h"
 #include "transport/buffer_span.h"
-#include "transport/recycling_allocator.h"
 
 namespace Lumo::Transport::Http {
 
@@ -68,8 +68,8 @@ void AsyncTransactionProtocolHandler<T, E>::RequestReadCb(boost::system::error_c
 
 template <typename T, typename E>
 void AsyncTransactionProtocolHandler<T, E>::Deserialize() {
-  auto const wrapper = std::make_shared<ResponseWrapper<EmptyOutStrm>>(this->shared_from_this(),
-                                                                       std::string(), EmptyOutStrm());
+  auto const wrapper = Core::MakeRecycled<ResponseWrapper<EmptyOutStrm>>(this->shared_from_this(),
+                                                                         std::string(), EmptyOutStrm());
   ErrorPtr error;
   bool const understood = extractor_->deserializer->Deserialize(body_->Bytes(), *wrapper, error);
   body_.reset();
@@ -156,7 +156,7 @@ void AsyncTransactionProtocolHandler<T, E>::Deliver(std::string const& requestId
   ResultPtr const answer = plan.internalError ? InternalErrorResult() : result;
   bool const first = !out;
   if (first) {
-    out = std::allocate_shared<OutStrm>(RecyclingAllocator<OutStrm>(), transaction_.stream());
+    out = Core::MakeRecycled<OutStrm>(transaction_.stream());
   }
   out->Reset(answer);
   ErrorPtr failed;

@@ -4,7 +4,7 @@
 
 namespace Lumo::Asio {
 
-WriteCursor::WriteCursor(std::vector<boost::asio::const_buffer>& pieces, std::size_t first, std::size_t last)
+WriteCursor::WriteCursor(PieceList& pieces, std::size_t first, std::size_t last)
     : pieces_(&pieces), next_(first), last_(last) {}
 
 BufferSpan WriteCursor::Step() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/asio/buffer.hpp>
+#include <boost/container/small_vector.hpp>
 #include <boost/system/error_code.hpp>
 #include <cstddef>
 #include <utility>
@@ -13,6 +14,9 @@ namespace Lumo::Asio {
 inline constexpr std::size_t kMaxWrite = 65536;
 /// Most pieces of one write operation; what the socket layer hands to one system call.
 inline constexpr std::size_t kMaxPieces = 64;
+
+/// Views that are written one behind the other; as many as an answer usually has cost no memory of their own.
+using PieceList = boost::container::small_vector<boost::asio::const_buffer, 32>;
 
 /// A range of const_buffer objects that somebody else holds: a buffer sequence that costs nothing to copy.
 class BufferSpan {
@@ -34,7 +38,7 @@ class BufferSpan {
 class WriteCursor {
  public:
   /// The pieces [first, last) by index.
-  WriteCursor(std::vector<boost::asio::const_buffer>& pieces, std::size_t first, std::size_t last);
+  WriteCursor(PieceList& pieces, std::size_t first, std::size_t last);
 
   bool Done() const { return next_ == last_; }
   /// The next step: at most kMaxPieces pieces and kMaxWrite bytes.
@@ -43,7 +47,7 @@ class WriteCursor {
   void Advance(std::size_t count);
 
  private:
-  std::vector<boost::asio::const_buffer>* pieces_;
+  PieceList* pieces_;
   std::size_t next_;
   std::size_t last_;
   /// The last piece of the step, cut to the step's size, and what it was before.
@@ -85,8 +89,7 @@ class WriteAllOperation {
 
 /// At least one byte must be there to write.
 template <typename Stream, typename Handler>
-void AsyncWriteAll(Stream& stream, std::vector<boost::asio::const_buffer>& pieces, std::size_t first,
-                   std::size_t last, Handler handler) {
+void AsyncWriteAll(Stream& stream, PieceList& pieces, std::size_t first, std::size_t last, Handler handler) {
   WriteAllOperation<Stream, Handler>(stream, WriteCursor(pieces, first, last), std::move(handler)).Start();
 }
 

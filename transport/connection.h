@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "runtime/core/recycled.h"
 #include "runtime/log/logger.h"
 #include "transport/async_expect_continue_stream.h"
 #include "transport/async_http_body_stream.h"
@@ -19,7 +20,6 @@
 #include "transport/async_transaction_protocol_handler.h"
 #include "transport/buffer_span.h"
 #include "transport/protocol_handler_spec.h"
-#include "transport/recycling_allocator.h"
 #include "transport/request.h"
 
 namespace Lumo::Transport::PicoHttp {
@@ -173,8 +173,7 @@ void Connection<Base>::StartTransaction(Stream stream,
                                         std::shared_ptr<ServerDetail::Request> const& request) {
   using Handler = ProtocolHandlerOver<Stream>;
   std::shared_ptr<Http::HeaderRange> const headers = HttpRequest(request).headersPtr();
-  auto const handler = std::allocate_shared<Handler>(RecyclingAllocator<Handler>(), spec_, headers,
-                                                     PeerHook(), std::move(stream), request);
+  auto const handler = Core::MakeRecycled<Handler>(spec_, headers, PeerHook(), std::move(stream), request);
   for (headers->reset(); !headers->atEnd(); headers->advance()) {
     if (headers->current().name() == ":method") {
       handler->transaction().method(headers->current().value());

@@ -1,10 +1,10 @@
 // Headers as ranges: what the protocol layer sees of a request, and what a response head is made from.
 #pragma once
 
+#include <boost/container/small_vector.hpp>
 #include <boost/utility/string_view.hpp>
 #include <cstddef>
 #include <utility>
-#include <vector>
 
 namespace Lumo {
 
@@ -78,7 +78,9 @@ class HttpResponseHeaderRangeBase final : public HeaderRange {
   std::size_t cursor_ = 0;
 };
 
-using ResponseHeaders = HttpResponseHeaderRangeBase<std::vector<HeaderView>>;
+/// Room for the usual ones without memory of its own.
+using HeaderViews = boost::container::small_vector<HeaderView, 5>;
+using ResponseHeaders = HttpResponseHeaderRangeBase<HeaderViews>;
 
 }  // namespace Http
 }  // namespace Transport

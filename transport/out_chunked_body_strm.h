@@ -26,7 +26,7 @@ class OutChunkedBodyStrm {
   using Stream = StreamType;
   using ResultPtr = std::shared_ptr<Core::MethodResult const>;
 
-  explicit OutChunkedBodyStrm(Stream& stream) : stream_(&stream) { pieces_.reserve(kUsualPieces); }
+  explicit OutChunkedBodyStrm(Stream& stream) : stream_(&stream) {}
   OutChunkedBodyStrm(OutChunkedBodyStrm const&) = delete;
   OutChunkedBodyStrm& operator=(OutChunkedBodyStrm const&) = delete;
 
@@ -79,9 +79,6 @@ class OutChunkedBodyStrm {
   }
 
  private:
-  /// A head with an error, one chunk and the last one.
-  static constexpr std::size_t kUsualPieces = 32;
-
   Stream* stream_;
   Pieces pieces_;
   char scratch_[kSizeScratch];

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
+#include "runtime/core/recycled.h"
 #include "runtime/errors/transport_categories.h"
-#include "transport/recycling_allocator.h"
 #include "transport/text.h"
 
 namespace Lumo::Transport::PicoHttp {
@@ -74,7 +74,7 @@ Request::Request() noexcept : phr() {
 }
 
 std::shared_ptr<Request> MakeRequest() {
-  return std::allocate_shared<Request>(RecyclingAllocator<Request>());
+  return Core::MakeRecycled<Request>();
 }
 
 boost::asio::mutable_buffer Request::FreeHead() {
@@ -139,7 +139,7 @@ boost::string_view const kExpectationFailedAnswer =
     "HTTP/1.1 417 Expectation Failed\r\nConnection: close\r\nContent-Length: 0\r\n";
 
 std::shared_ptr<Http::HeaderRange> HttpRequest::headersPtr() const {
-  return std::make_shared<HeaderRequestRange>(request_);
+  return Core::MakeRecycled<HeaderRequestRange>(request_);
 }
 
 HeaderRequestRange::HeaderRequestRange(std::shared_ptr<ServerDetail::Request> request)

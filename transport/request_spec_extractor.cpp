@@ -1,5 +1,6 @@
 #include "transport/request_spec_extractor.h"
 
+#include "runtime/core/recycled.h"
 #include "transport/text.h"
 
 namespace Lumo::Transport::Http {
@@ -82,7 +83,7 @@ bool SaysClose(boost::string_view connection) {
 }  // namespace
 
 std::shared_ptr<RequestSpecExtractor const> RequestSpecExtractor::Extract(HeaderRange& headers) {
-  auto spec = std::make_shared<RequestSpecExtractor>();
+  auto spec = Core::MakeRecycled<RequestSpecExtractor>();
   bool contentTypeSeen = false;
   bool acceptSeen = false;
   bool connectionSeen = false;

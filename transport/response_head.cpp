@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "runtime/core/recycled.h"
 #include "transport/request_spec_extractor.h"
 
 namespace Lumo::Transport::Http {
@@ -50,9 +51,7 @@ void AppendPiece(Pieces& pieces, boost::string_view text) {
 
 std::shared_ptr<ResponseHeaders> ErrToHeaders(std::shared_ptr<Data::ErrorValue const> const& error,
                                               ParamsToHead const& params) {
-  constexpr std::size_t kMostHeaders = 5;
-  std::vector<HeaderView> headers;
-  headers.reserve(kMostHeaders);
+  HeaderViews headers;
   headers.emplace_back(kStatus, "200");
   headers.emplace_back(kReason, "OK");
   headers.emplace_back("Content-Type", MediaType::TextOf(params.responseFormat));
@@ -61,11 +60,11 @@ std::shared_ptr<ResponseHeaders> ErrToHeaders(std::shared_ptr<Data::ErrorValue c
     std::string_view const name = error->name();
     headers.emplace_back("lumo-error", boost::string_view(name.data(), name.size()));
   }
-  return std::make_shared<ResponseHeaders>(std::move(headers));
+  return Core::MakeRecycled<ResponseHeaders>(std::move(headers));
 }
 
 std::shared_ptr<ResponseHeaders> InvalidRequestHeaders() {
-  return std::make_shared<ResponseHeaders>(std::vector<HeaderView>{
+  return std::make_shared<ResponseHeaders>(HeaderViews{
       {kStatus, "400"}, {kReason, "Bad Request"}, {"Content-Type", "text/plain"}, {"Connection", "close"}});
 }
 

@@ -5,16 +5,16 @@
 #include <boost/utility/string_view.hpp>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "runtime/data/value.h"
+#include "transport/buffer_span.h"
 #include "transport/header.h"
 #include "transport/text.h"
 
 namespace Lumo::Transport::Http {
 
 /// Views of the bytes to send.
-using Pieces = std::vector<boost::asio::const_buffer>;
+using Pieces = Asio::PieceList;
 
 void AppendPiece(Pieces& pieces, boost::string_view text);
 

@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "runtime/core/recycled.h"
 #include "runtime/l10n/localizer.h"
 
 namespace Lumo::Core {
@@ -16,7 +17,7 @@ std::shared_ptr<AsyncActivation> AsyncActivation::GetInstance(std::shared_ptr<Ex
   struct Made final : AsyncActivation {
     explicit Made(std::shared_ptr<ExecutionContext> from) : AsyncActivation(std::move(from)) {}
   };
-  auto activation = std::make_shared<Made>(std::move(context));
+  auto activation = MakeRecycled<Made>(std::move(context));
   if (activation->context_) {
     auto const& application = activation->context_->applicationData();
     if (auto const opId = application.find("opId"); opId != application.end()) {

@@ -1,5 +1,7 @@
 #include "runtime/core/method.h"
 
+#include "runtime/core/recycled.h"
+
 namespace Lumo::Core {
 
 std::string MethodIdentifier::ToString() const {
@@ -11,11 +13,11 @@ std::string MethodIdentifier::ToString() const {
 
 std::shared_ptr<MethodResult const> MethodResult::GetErrorInstance(
     std::shared_ptr<Data::ErrorValue const> const& error) {
-  return std::make_shared<MethodResult const>(nullptr, error, true);
+  return MakeRecycled<MethodResult const>(nullptr, error, true);
 }
 
 std::shared_ptr<MethodResult const> MethodResult::GetInstance(Data::DataValuePtr const& output) {
-  return std::make_shared<MethodResult const>(output, nullptr, false);
+  return MakeRecycled<MethodResult const>(output, nullptr, false);
 }
 
 }  // namespace Lumo::Core

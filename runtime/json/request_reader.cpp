@@ -3,6 +3,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "runtime/core/recycled.h"
 #include "runtime/json/document_reader.h"
 #include "runtime/json/error_code.h"
 #include "runtime/json/request_id.h"
@@ -147,10 +148,10 @@ bool JsonApiRequestDeserializer::Deserialize(std::string_view body, Core::ApiReq
   Request request;
   if (!ReadRequest(body, request, error))
     return false;
-  auto const method = std::make_shared<Core::MethodIdentifier const>(std::string(request.service),
-                                                                     std::string(request.operation));
+  auto const method = Core::MakeRecycled<Core::MethodIdentifier const>(std::string(request.service),
+                                                                       std::string(request.operation));
   std::error_code const refused =
-      visitor.Visit(request.id, method, request.input, std::make_shared<Core::ExecutionContext>());
+      visitor.Visit(request.id, method, request.input, Core::MakeRecycled<Core::ExecutionContext>());
   if (refused)
     error = InvalidRequest("lumo.json.request.refused", refused.message());
   return !refused;

@@ -8,8 +8,8 @@
 namespace Lumo::Asio {
 namespace {
 
-std::vector<boost::asio::const_buffer> PiecesOf(std::vector<std::string> const& texts) {
-  std::vector<boost::asio::const_buffer> pieces;
+PieceList PiecesOf(std::vector<std::string> const& texts) {
+  PieceList pieces;
   for (std::string const& text : texts) {
     pieces.push_back(boost::asio::buffer(text));
   }

@@ -3,12 +3,15 @@
 
 #include <array>
 #include <cstddef>
+#include <memory>
 #include <new>
+#include <type_traits>
+#include <utility>
 
-namespace Lumo {
+namespace Lumo::Core {
 
 /// Allocates single objects from blocks that this thread has freed: as many as calls usually are under way
-/// together. An object may be freed on another thread than the one that made it. For std::allocate_shared.
+/// together. An object may be freed on another thread than the one that made it.
 template <typename T>
 struct RecyclingAllocator {
   using value_type = T;
@@ -55,4 +58,14 @@ struct RecyclingAllocator {
   }
 };
 
-}  // namespace Lumo
+/// A shared object in such memory.
+template <typename T, typename... Args>
+std::shared_ptr<T> MakeRecycled(Args&&... args) {
+#if defined(__SANITIZE_ADDRESS__)
+  return std::make_shared<T>(std::forward<Args>(args)...);  // which sees what is used after its end
+#else
+  return std::allocate_shared<T>(RecyclingAllocator<std::remove_const_t<T>>(), std::forward<Args>(args)...);
+#endif
+}
+
+}  // namespace Lumo::Core
