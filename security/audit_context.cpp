@@ -38,7 +38,12 @@ bool AuditContext<Map>::PrepareAudit() {
   }
   auditMap_->emplace("eventID", "api.call");
   auditMap_->emplace("subject", callUser().value_or(kNothing));
-  auditMap_->emplace("object", callScope().value() + ":" + callTarget().value());
+  std::string const& scope = callScope().value();
+  std::string const& target = callTarget().value();
+  std::string object;
+  object.reserve(scope.size() + 1 + target.size());
+  object.append(scope).append(1, ':').append(target);
+  auditMap_->emplace("object", std::move(object));
   prepared_ = true;
   return true;
 }

@@ -32,7 +32,7 @@ void AppendChunks(Pieces const& payload, char (&scratch)[kSizeScratch], Pieces& 
 }
 
 void CompactPieces(Pieces& pieces, char (&scratch)[kCompactScratch]) {
-  constexpr std::size_t kSmall = 64;
+  constexpr std::size_t kSmall = 512;
   std::size_t used = 0;
   std::size_t kept = 0;
   bool extends = false;  // whether the last kept piece ends where the next small one goes

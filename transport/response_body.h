@@ -21,7 +21,7 @@ inline constexpr boost::string_view kLastChunk = "0\r\n\r\n";
 void AppendChunks(Pieces const& payload, char (&scratch)[kSizeScratch], Pieces& pieces);
 
 /// Room for the small pieces of one answer: its head and its sizes.
-inline constexpr std::size_t kCompactScratch = 512;
+inline constexpr std::size_t kCompactScratch = 1024;
 
 /// Copies small pieces that stand beside each other together, as far as `scratch` has room: a system call
 /// takes a few pieces much faster than many. `scratch` must live as long as the pieces.

@@ -3,6 +3,7 @@
 
 #include <boost/asio/basic_stream_socket.hpp>
 #include <boost/asio/basic_waitable_timer.hpp>
+#include <boost/asio/buffer.hpp>
 #include <boost/asio/error.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -10,6 +11,7 @@
 #include <boost/system/error_code.hpp>
 #include <chrono>
 #include <cstddef>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -67,16 +69,23 @@ class TimeoutBaseStream {
   /// `handler` as above; a socket that was closed meanwhile is EPIPE. The caller gives at most 65536 bytes.
   template <typename ConstBuffers, typename Handler>
   void async_write_some(ConstBuffers const& buffers, Handler handler) {
-    std::lock_guard<Mutex> const guard(mutex_);
-    Arm(write_);
-    socket_.async_write_some(buffers, [this, handler = std::move(handler)](boost::system::error_code error,
-                                                                           std::size_t count) mutable {
+    auto finish = [this, handler = std::move(handler)](boost::system::error_code error,
+                                                       std::size_t count) mutable {
       if (!Disarm(write_)) {
         error = boost::asio::error::broken_pipe;
         count = 0;
       }
       handler(error, count);
-    });
+    };
+    std::lock_guard<Mutex> const guard(mutex_);
+    Arm(write_);
+    auto const first = boost::asio::buffer_sequence_begin(buffers);
+    if (std::next(first) == boost::asio::buffer_sequence_end(buffers)) {
+      // One buffer takes the cheaper system call.
+      socket_.async_write_some(boost::asio::const_buffer(*first), std::move(finish));
+    } else {
+      socket_.async_write_some(buffers, std::move(finish));
+    }
   }
 
   /// Closes the socket. What has arrived unread is dropped first, so that the peer is not reset and still

@@ -24,6 +24,12 @@ constexpr std::chrono::milliseconds kLinger{5};
 /// here and 2 us there, so this much takes a twelfth of a processor; what is beyond it is dropped and
 /// counted. A burst that fits the queue passes whole.
 constexpr std::chrono::microseconds kPauseOfALine{50};
+/// What the system log gets to empty its socket, which holds 10 lines by the kernel's default. Waiting for
+/// room instead would wake this thread for each line that was taken, and the system log for each that is
+/// sent.
+constexpr std::chrono::milliseconds kDrainPause{1};
+/// So many of them in a row, then the system log stands still and room is waited for.
+constexpr int kDrainPauses = 5;
 /// Between attempts to reach a system log that isn't there.
 constexpr std::chrono::milliseconds kReconnectPause{200};
 /// Longest wait in one piece for a system log that is behind.
@@ -87,6 +93,7 @@ class BatchSender {
       views[i] = lines_[i];
     }
     std::size_t first = 0;
+    int pauses = 0;
     while (first < size) {
       if (!socket_.Connect()) {
         if (!socket_.wasConnected()) {
@@ -99,9 +106,14 @@ class BatchSender {
       switch (socket_.Send(views + first, size - first, count)) {
         case SyslogSocket::Result::Sent:
           first += count;
+          pauses = 0;
           break;
         case SyslogSocket::Result::Full:
-          socket_.WaitWritable(kWritablePause);
+          if (pauses++ < kDrainPauses) {
+            queue_.Pause(kDrainPause);
+          } else {
+            socket_.WaitWritable(kWritablePause);
+          }
           break;
         case SyslogSocket::Result::TooLarge:
           ++first;

@@ -15,7 +15,7 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 
 // Views into `headers`, which has to outlive the range.
 Transport::Http::ResponseHeaders RangeOver(Headers const& headers) {
-  std::vector<Transport::Http::HeaderView> views;
+  Transport::Http::HeaderViews views;
   for (auto const& [name, value] : headers) {
     views.emplace_back(name, value);
   }

@@ -18,7 +18,7 @@ namespace {
 using Headers = std::vector<std::pair<std::string, std::string>>;
 
 std::shared_ptr<RequestSpecExtractor const> Extract(Headers const& headers) {
-  std::vector<HeaderView> views;
+  HeaderViews views;
   for (auto const& [name, value] : headers) {
     views.emplace_back(name, value);
   }
