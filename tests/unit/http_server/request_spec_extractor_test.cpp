@@ -168,7 +168,7 @@ TEST(AppendHead, LeavesTheLengthOutInOneCaseOnly) {
 }
 
 TEST(CompactPieces, KeepsTheBytesInFewPieces) {
-  std::string const large(100, 'L');
+  std::string const large(600, 'L');
   for (std::size_t count : {std::size_t{0}, std::size_t{1}, std::size_t{30}, std::size_t{200}}) {
     std::vector<std::string> texts;
     for (std::size_t i = 0; i < count; ++i) {
@@ -191,6 +191,20 @@ TEST(CompactPieces, KeepsTheBytesInFewPieces) {
       EXPECT_EQ(pieces.size(), 7U) << "three large ones, and the runs between them";
     }
   }
+}
+
+TEST(CompactPieces, ASmallAnswerIsOnePiece) {
+  std::string const head(130, 'H');
+  std::string const body(500, 'B');
+  Pieces pieces;
+  for (boost::string_view const text :
+       {boost::string_view(head), boost::string_view(body), boost::string_view("\r\n0\r\n\r\n")}) {
+    AppendPiece(pieces, text);
+  }
+  char scratch[HttpDetail::kCompactScratch];
+  HttpDetail::CompactPieces(pieces, scratch);
+  ASSERT_EQ(pieces.size(), 1U);
+  EXPECT_EQ(pieces.front().size(), 637U);
 }
 
 TEST(ErrToHeaders, NamesTypeConnectionAndError) {
