@@ -9,10 +9,10 @@
 
 namespace Lumo::Authn {
 
-/// Takes the outcome of one authentication:
-///   null             the call's security context isn't of the handler's kind; the call goes on without a
-///   user an error value   it failed; the call ends with this error any other value  it succeeded; the value
-///   becomes the call's authentication data
+/// Takes the outcome of one authentication.
+/// - Null: the call's security context isn't of the handler's kind; the call goes on without a user.
+/// - An error value: authentication failed; the call ends with this error.
+/// - Any other value: it succeeded; the value becomes the call's authentication data.
 using AuthnCallback = std::function<void(std::shared_ptr<Lumo::Data::DataValue const> const&)>;
 
 /// Checks credentials of one kind. Held by std::shared_ptr; I/O thread only.

@@ -26,6 +26,11 @@ class Credentials:
         """Gives the value of the Authorization header of one request, or None; the context ends with the answer."""
         yield None
 
+    @property
+    def anonymous(self) -> bool:
+        """Whether there is nothing here that a stranger may not see."""
+        return type(self) is Credentials
+
     def advice(self) -> str:
         """What to do when the daemon refuses these."""
         return "say who you are with --user NAME, or run this as root"

@@ -10,6 +10,7 @@ from typing import Any
 
 from .credentials import Credentials
 from .errors import ApiError, ProtocolError, UnreachableError
+from .listener import distrust, listeners
 
 SERVICE = "keeld"
 DEFAULT_PORT = 7433
@@ -57,12 +58,18 @@ class Transport:
         failure: OSError | None = None
         for host in self._hosts:
             connection = http.client.HTTPConnection(host, self.port, timeout=self._timeout)
+            before = listeners(self.port)
             try:
                 connection.connect()
-                return connection
             except OSError as error:
                 failure = error
                 connection.close()
+                continue
+            reason = distrust(connection.sock.getpeername()[0], before, listeners(self.port))
+            if reason is None or self.credentials.anonymous:
+                return connection
+            connection.close()
+            raise UnreachableError(f"no credentials are sent to {host} port {self.port}: {reason}")
         raise UnreachableError(f"cannot reach keeld on port {self.port}: {failure}; is the service running?")
 
     def _exchange(self, body: bytes, repeatable: bool) -> tuple[int, str, bytes]:
