@@ -1,5 +1,6 @@
 #include "security/call_registrar.h"
 
+#include <cstring>
 #include <exception>
 #include <optional>
 
@@ -42,7 +43,10 @@ std::string ClaimedUser(Core::AsyncActivation const& activation) {
   }
   Core::UserPassSecurityContextReader const reader(activation.executionContext()->securityContext());
   std::string user = reader.userName();
-  return reader.isUserPass() && user == reader.password() ? kUnknownUser : user;
+  std::string password = reader.password();
+  bool const isTicket = reader.isUserPass() && user == password;
+  explicit_bzero(password.data(), password.size());
+  return isTicket ? kUnknownUser : user;
 }
 
 void Feed(Api::CallObserver& observer, Core::MethodIdentifier const& method,
@@ -66,13 +70,7 @@ class CallEnd {
   /// What is moved from has nothing to tell.
   CallEnd(CallEnd&&) = default;
   CallEnd& operator=(CallEnd&&) = delete;
-  ~CallEnd() {
-    try {
-      Tell(answered_ ? kSuccess : kFailure);
-    } catch (std::exception const& error) {
-      CSLogger::Log(0, "Cannot audit the end of a call: %s", error.what());
-    }
-  }
+  ~CallEnd() { Tell(answered_ ? kSuccess : kFailure); }
 
   /// One result of the call. A null one says nothing of how it ended.
   void See(Core::MethodResult const* result, bool continues) {
@@ -86,9 +84,16 @@ class CallEnd {
   }
 
  private:
+  /// An observer that fails keeps nobody from the answer.
   void Tell(std::uint32_t status) {
-    if (auto const observer = std::exchange(observer_, nullptr)) {
+    auto const observer = std::exchange(observer_, nullptr);
+    if (!observer) {
+      return;
+    }
+    try {
       observer->SetCallStatus(status);
+    } catch (std::exception const& error) {
+      CSLogger::Log(0, "Cannot audit the end of a call: %s", error.what());
     }
   }
 

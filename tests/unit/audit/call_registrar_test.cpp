@@ -314,6 +314,14 @@ TEST_F(CallRegistrarTest, AnObserverThatThrowsAtTheVeryEndIsLogged) {
   EXPECT_EQ(log.texts(0), Names{"Cannot audit the end of a call: no room"});
 }
 
+TEST_F(CallRegistrarTest, AnObserverThatThrowsKeepsNobodyFromTheAnswer) {
+  recorder->throws = true;
+  chain->script = [](auto const&, AsyncApiResultCb const& callback) { callback(Success(), Progress(), {}); };
+  Invoke();
+  EXPECT_EQ(Told(), (Names{"status 0", "answer"}));
+  EXPECT_EQ(log.texts(0), Names{"Cannot audit the end of a call: no room"});
+}
+
 TEST(CallRegistrar, MakesAuditContextsWithTheHook) {
   auto const provider = std::make_shared<TestProvider>();
   std::shared_ptr<Map> hooked;
