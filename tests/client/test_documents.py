@@ -1,7 +1,6 @@
 """What is made of the commands at build time: the completion for bash, as bash runs it, and the man page."""
 
 import re
-import shutil
 import subprocess
 from pathlib import Path
 
@@ -90,10 +89,6 @@ def shown(text: str) -> str:
     return " ".join(re.sub(r".\x08|\x1b\[[0-9;]*m", "", result.stdout).split())
 
 
-needs_groff = pytest.mark.skipif(shutil.which("groff") is None, reason="groff formats the page")
-
-
-@needs_groff
 def test_the_page_shows_everything() -> None:
     text = shown(page())
     for command in SAMPLE:
@@ -107,7 +102,6 @@ def test_the_page_shows_everything() -> None:
         assert word in text
 
 
-@needs_groff
 def test_texts_stand_as_they_are() -> None:
     assert ".A \\ 'doc' - with \"ä\" and ~^`" in shown(page())
 
